@@ -1,0 +1,92 @@
+// What an instance does to a block, by mode. Belongs to the thread that runs the stages.
+#pragma once
+
+#include <variant>
+
+#include "delay_line.h"
+#include "ear_balance.h"
+#include "high_pass.h"
+#include "make_up_gain.h"
+#include "parameters.h"
+#include "peak_limiter.h"
+#include "ramp.h"
+#include "spectral_stage.h"
+
+namespace bcap {
+
+// What begins modes 0 and 1: hpf, then pregain with its limiter. Latency: the limiter's look-ahead.
+template <size_t kLookAheadSamples>
+class FrontEnd {
+ public:
+  void Prepare(uint32_t sample_rate_hz);
+  void Reset();
+  void Process(StereoBlock block, const Parameters& parameters, bool snap);
+  float gain() const { return gain_.target(); }
+  float limiter_gain() const { return limiter_.gain(); }
+
+ private:
+  HighPass high_pass_;
+  Ramp wet_;
+  Ramp gain_;
+  PeakLimiter<kLookAheadSamples> limiter_;
+};
+
+// selfie_mode: left and right change places, faded over one block. Latency 0.
+class Mirror {
+ public:
+  void Process(StereoBlock block, bool enabled, bool snap);
+
+ private:
+  Ramp exchanged_;
+};
+
+// Mode 0. Latency 1024: two limiters of 256 each and the overlap of the spectral stage.
+class OnePass {
+ public:
+  void Prepare(uint32_t sample_rate_hz);
+  void Reset();
+  void Process(StereoBlock block, const Parameters& parameters, const ChangeFlags& changed,
+               bool snap, Scratch& scratch);
+  BlockReport report() const;
+
+ private:
+  FrontEnd<256> front_end_;
+  SpectralStage spectral_stage_;
+  EarBalance ear_balance_;
+  MakeUpGain make_up_gain_;
+  PeakLimiter<256> limiter_;
+  Mirror mirror_;
+};
+
+// Mode 1. Latency 448, all of it look-ahead.
+class PreProcessing {
+ public:
+  void Prepare(uint32_t sample_rate_hz);
+  void Reset();
+  void Process(StereoBlock block, const Parameters& parameters, bool snap);
+  BlockReport report() const;
+
+ private:
+  FrontEnd<448> front_end_;
+  Mirror mirror_;
+};
+
+class Chain {
+ public:
+  // For an accepted configuration; then Reset().
+  void Prepare(const bcap_config_t& config);
+  // The next block starts at the values of its parameters rather than moving there.
+  void Reset();
+  // One block in place. Real time: no allocation, lock, log, wait or file.
+  // changed: which of the parameters differ from those of the call before.
+  void Process(StereoBlock block, const Parameters& parameters, const ChangeFlags& changed,
+               Scratch& scratch);
+  BlockReport report() const;
+
+ private:
+  static constexpr size_t kLongestDelay = 1536;
+  std::variant<DelayLine<kLongestDelay>, PreProcessing, OnePass> stages_;
+  bool snap_ = true;
+};
+
+}  // namespace bcap

@@ -1,0 +1,90 @@
+// Features of both ears; see noise_features.h. Real time: no allocation, lock, log, wait or file.
+#include "noise_features.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace bcap {
+namespace {
+
+// One tenth of a 16-bit step over the whole spectrum: digital silence is not infinitely quiet.
+constexpr float kSilence = 1e-12f;
+
+// Per block of 512 frames. The floor falls within a few blocks and rises within about three seconds:
+// slower follows noise that swells too late, faster takes a held vowel for noise.
+constexpr float kLevelSmoothing = 0.7f;
+constexpr float kFloorFall = 0.3f;
+constexpr float kFloorRise = 0.004f;
+// Of the ears' spectra: slower gives a surer coherence, faster a fresher one.
+constexpr float kSpatialSmoothing = 0.65f;
+
+constexpr float kLevelScale = 0.25f;  // brings the features to a common spread of about one
+constexpr float kLevelDifferenceScale = 0.5f;
+constexpr float kCoherenceScale = 2.0f;
+
+void smooth(float& state, float value) {
+  state = kSpatialSmoothing * state + (1.0f - kSpatialSmoothing) * value;
+}
+
+}  // namespace
+
+void NoiseFeatures::Reset() {
+  *this = NoiseFeatures{};
+}
+
+void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features) {
+  std::array<float, kNetworkBands> level;
+  for (size_t band = 0; band < kNetworkBands; ++band) {
+    level[band] = std::log2(0.5f * (bands.energy[0][band] + bands.energy[1][band]) + kSilence);
+  }
+  if (!started_) {
+    started_ = true;
+    smooth_level_ = level;
+    floor_level_ = level;
+  }
+  float scene_floor = 0.0f;
+  for (size_t band = 0; band < kNetworkBands; ++band) {
+    smooth_level_[band] =
+        kLevelSmoothing * smooth_level_[band] + (1.0f - kLevelSmoothing) * level[band];
+    const float rise = smooth_level_[band] - floor_level_[band];
+    floor_level_[band] += (rise < 0.0f ? kFloorFall : kFloorRise) * rise;
+    scene_floor += floor_level_[band];
+  }
+  scene_floor /= static_cast<float>(kNetworkBands);
+
+  float* own = features.data();
+  float* scene = own + kNetworkBands;
+  for (size_t band = 0; band < kNetworkBands; ++band) {
+    own[band] = kLevelScale * (level[band] - floor_level_[band]);
+    scene[band] = kLevelScale * (level[band] - scene_floor);
+    smooth(smooth_energy_[0][band], bands.energy[0][band]);
+    smooth(smooth_energy_[1][band], bands.energy[1][band]);
+    smooth(smooth_cross_re_[band], bands.cross_re[band]);
+    smooth(smooth_cross_im_[band], bands.cross_im[band]);
+  }
+
+  float* coherence = scene + kNetworkBands;
+  float* in_phase = coherence + kNetworkBandPairs;
+  float* level_difference = in_phase + kNetworkBandPairs;
+  for (size_t pair = 0; pair < kNetworkBandPairs; ++pair) {
+    float left = kSilence;
+    float right = kSilence;
+    float both = kSilence;
+    float cross = 0.0f;
+    float cross_re = 0.0f;
+    for (size_t band = 2 * pair; band < std::min(2 * pair + 2, kNetworkBands); ++band) {
+      left += smooth_energy_[0][band];
+      right += smooth_energy_[1][band];
+      both += std::sqrt(smooth_energy_[0][band] * smooth_energy_[1][band]);
+      // Magnitudes are added, not spectra: the phase of a delayed sound turns from band to band.
+      cross += std::sqrt(smooth_cross_re_[band] * smooth_cross_re_[band] +
+                         smooth_cross_im_[band] * smooth_cross_im_[band]);
+      cross_re += smooth_cross_re_[band];
+    }
+    coherence[pair] = kCoherenceScale * cross / both;
+    in_phase[pair] = kCoherenceScale * cross_re / both;
+    level_difference[pair] = kLevelDifferenceScale * std::abs(std::log2(left) - std::log2(right));
+  }
+}
+
+}  // namespace bcap

@@ -1,0 +1,40 @@
+// What the noise-reduction network hears in one block: for each band how far its energy stands above the
+// band's own slow floor and above the floor of the whole scene; and for each pair of bands, from slightly
+// smoothed spectra of both ears, how coherent the ears are, how much of that is in phase, and how far
+// their levels differ. A near voice is coherent, diffuse noise is not.
+//
+// All features are differences or ratios of levels, so the level of the recording does not matter; none
+// knows left from right, so exchanged ears give the same gains. They are defined on the bands of 48 kHz;
+// NoiseReduction brings the bands of 44.1 kHz there.
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+#include "band_layout.h"
+
+namespace bcap {
+
+constexpr size_t kNetworkBands = 73;  // the layout at 48 kHz
+constexpr size_t kNetworkBandPairs = (kNetworkBands + 1) / 2;
+constexpr size_t kNetworkFeatures = 2 * kNetworkBands + 3 * kNetworkBandPairs;
+
+// Order: [above own floor][above scene floor] per band, [coherence][in phase][level difference] per pair.
+using NetworkFeatures = std::array<float, kNetworkFeatures>;
+
+class NoiseFeatures {
+ public:
+  void Reset();
+  // The first kNetworkBands entries of `bands` count.
+  void Process(const BandSpectra& bands, NetworkFeatures& features);
+
+ private:
+  bool started_ = false;
+  std::array<float, kNetworkBands> smooth_level_{};  // log2 of energy
+  std::array<float, kNetworkBands> floor_level_{};
+  std::array<std::array<float, kNetworkBands>, kEars> smooth_energy_{};
+  std::array<float, kNetworkBands> smooth_cross_re_{};
+  std::array<float, kNetworkBands> smooth_cross_im_{};
+};
+
+}  // namespace bcap

@@ -1,0 +1,44 @@
+// Noise reduction with both ears: from what both ears hold in each band to one gain per band, common to
+// both ears, so that no sound changes its direction. Features of both ears go through a small recurrent
+// network; its gains are made more decided where the harmonics of a voice lie, fall further while there is
+// no voice at all, never fall below a floor, which keeps the ambience alive, and are scaled by the amount.
+// Called by the one-pass chain, once per block, on the capture thread. No latency of its own.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "band_layout.h"
+#include "noise_features.h"
+#include "noise_network.h"
+
+namespace bcap {
+
+class NoiseReduction {
+ public:
+  void Prepare(uint32_t sample_rate_hz);  // 48000 or 44100; then Reset()
+  void Reset();
+  // amount: 0 (all gains 1) to 1 (full), monotone between; may change from block to block.
+  // gains: one per band of the layout, 0 < gain <= 1.
+  void Process(const BandSpectra& bands, float amount, float* gains);
+
+ private:
+  // Where the centre of a band lies among the centres of the other rate's bands: `share` of the way from
+  // band `below` to the next.
+  struct Position {
+    uint8_t below;
+    float share;
+  };
+
+  void ToNetworkBands(const BandSpectra& bands, BandSpectra& network_bands) const;
+  void Shape(NetworkGains& gains);
+
+  const BandLayout* layout_ = nullptr;
+  NoiseFeatures features_;
+  NoiseNetwork network_;
+  float voice_ = 1.0f;  // 0: no voice for a while, 1: voice
+  std::array<Position, kNetworkBands> network_band_in_layout_{};
+  std::array<Position, kMaxBands> band_in_network_{};
+};
+
+}  // namespace bcap

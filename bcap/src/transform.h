@@ -1,0 +1,68 @@
+// Short-time spectra of both ears: 1024-point frames, one 512-frame block apart, and back to time.
+// Called by the one-pass chain, once per block, on the capture thread.
+//
+// Method: a real frame of 1024 samples is one complex transform of 512 points (even samples real, odd
+// samples imaginary) by a self-sorting mixed radix 4 and 2 algorithm (C. Van Loan, "Computational
+// Frameworks for the Fast Fourier Transform", SIAM 1992, section 1.7), split by symmetry. The two ears
+// run through the same code one after the other, so equal ears stay equal bit for bit, and exchanged
+// ears give exchanged results.
+//
+// Scale: samples are [-1, 1); a spectrum is the plain sum over the windowed frame. A bin at k stands for
+// k * sample rate / 1024 Hz. Windows: the square root of a Hann window before and after, so that an
+// untouched spectrum comes back as its input, 512 samples later.
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+namespace bcap {
+
+constexpr size_t kBlockFrames = 512;
+constexpr size_t kEars = 2;
+constexpr size_t kFrameSamples = 2 * kBlockFrames;
+constexpr size_t kBins = kFrameSamples / 2 + 1;  // 0 Hz to half the sample rate, both included
+
+// Bins past kBins are padding: their value means nothing.
+struct alignas(16) Spectrum {
+  std::array<float, kBins + 3> re;
+  std::array<float, kBins + 3> im;
+};
+
+using StereoSpectrum = std::array<Spectrum, kEars>;
+
+// Working memory of one transform; holds nothing between calls.
+struct alignas(16) TransformScratch {
+  std::array<float, kFrameSamples / 2> re;
+  std::array<float, kFrameSamples / 2> im;
+};
+
+// frame: kFrameSamples samples.
+void forward_real_transform(const float* frame, Spectrum& spectrum, TransformScratch& scratch);
+
+// The exact inverse; the imaginary parts of the first and the last bin are ignored. Destroys `spectrum`.
+void inverse_real_transform(Spectrum& spectrum, float* frame, TransformScratch& scratch);
+
+// One block in, the spectrum of it and its predecessor out; a spectrum in, one block out.
+// Latency from Analyse to Synthesise: kBlockFrames samples beside the block itself. `scratch` may be the memory
+// of the samples: they are read before and written after it is used.
+class StereoStft {
+ public:
+  void Reset();
+  void Analyse(const float* left, const float* right, StereoSpectrum& spectrum,
+               TransformScratch& scratch);
+  // Destroys `spectrum`.
+  void Synthesise(StereoSpectrum& spectrum, float* left, float* right, TransformScratch& scratch);
+  // In place of both: what they do to an untouched spectrum, without a transform. From the second call in
+  // a row on bit for bit, and with no seam to Analyse and Synthesise before or after.
+  void PassThrough(float* left, float* right);
+
+ private:
+  struct Ear {
+    std::array<float, kBlockFrames> last_block;
+    std::array<float, kBlockFrames> overlap;
+  };
+  std::array<Ear, kEars> ears_{};
+  bool overlap_untouched_ = true;
+};
+
+}  // namespace bcap

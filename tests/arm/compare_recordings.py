@@ -1,0 +1,74 @@
+"""The 32-bit ARM module records what the x86-64 module records, within one step of 16-bit PCM.
+
+Brings the native recorder up to date, gives both recorders the same made-up WAV file and compares.
+
+usage: compare_recordings.py REPOSITORY SCRATCH_FOLDER ARM_RECORDER_COMMAND...
+"""
+import array
+import math
+import pathlib
+import subprocess
+import sys
+import unittest
+import wave
+
+ROOT, SCRATCH, ARM_RECORDER = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]), sys.argv[3:]
+NATIVE_RECORDER = [str(ROOT / "build/record/bin/binaural-record")]
+SECONDS = 3
+
+
+def write_input(path, rate):
+    """Bursts of a harmonic voice from two sides over steady noise; integers from a fixed generator."""
+    state = 1
+    samples = array.array("h")
+    for n in range(rate * SECONDS):
+        frame = []
+        voice = 0.0
+        if (n // (rate // 4)) % 3 != 2:
+            voice = sum(math.sin(2 * math.pi * 140 * k * n / rate) / k for k in range(1, 12))
+        for gain in (3000, 1500):
+            state = (1103515245 * state + 12345) % 2**31
+            frame.append(round(gain * voice) + (state >> 16) % 601 - 300)
+        samples.extend(frame)
+    with wave.open(str(path), "wb") as out:
+        out.setnchannels(2)
+        out.setsampwidth(2)
+        out.setframerate(rate)
+        out.writeframes(samples.tobytes())
+
+
+def record(recorder, source, options):
+    run = subprocess.run(recorder + ["--fast", "-q", "-i", str(source), *options, "-"],
+                         capture_output=True, check=True)
+    return array.array("h", run.stdout)
+
+
+class Recordings(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        for command in (["cmake", "--preset", "record"],
+                        ["cmake", "--build", "build/record", "--target", "binaural-record"]):
+            subprocess.run(command, cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
+
+    def test_agree_within_one_step(self):
+        cases = {"48 kHz, built-in tuning": (48000, []),
+                 "44.1 kHz, built-in tuning": (44100, []),
+                 "headset of the sample file": (48000, ["--headset", "Alder Buds"]),
+                 "mirrored selfie": (48000, ["--headset", "Alder Buds", "--orientation", "front",
+                                             "--mirror"]),
+                 "mode 1": (48000, ["--mode", "1"])}
+        for name, (rate, options) in cases.items():
+            source = SCRATCH / f"input-{rate}.wav"
+            if not source.exists():
+                write_input(source, rate)
+            native = record(NATIVE_RECORDER, source, options)
+            arm = record(ARM_RECORDER, source, options)
+            with self.subTest(name):
+                self.assertEqual(len(native), len(arm))
+                self.assertGreaterEqual(len(native), 2 * rate * (SECONDS - 1))
+                self.assertGreater(max(native), 1000)
+                self.assertLessEqual(max(abs(a - b) for a, b in zip(native, arm)), 1)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])

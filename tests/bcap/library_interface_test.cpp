@@ -1,0 +1,354 @@
+// The capture library's contract beside the sound: sizes, codes, ranges, defaults, life cycle, latency.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "capture.h"
+
+extern "C" uint32_t latency_seen_from_c(uint32_t mode);
+
+namespace {
+
+constexpr int32_t kLowest = std::numeric_limits<int32_t>::min();
+constexpr int32_t kHighest = std::numeric_limits<int32_t>::max();
+
+bcap::Parameters parameters_of(const Capture& capture) {
+  bcap::Parameters parameters{};
+  EXPECT_TRUE(bcap::inspect_parameters(capture.handle(), parameters));
+  return parameters;
+}
+
+TEST(LibraryQueries, ConfigurationsAreAcceptedOrRefused) {
+  struct Row {
+    bcap_config_t config;
+    bool accepted;
+  } const rows[] = {
+      {{48000, 512, 0, 600}, true},  {{44100, 512, 3, 0}, true},    {{48000, 512, 1, 7}, true},
+      {{44100, 512, 2, 600}, true},  {{32000, 512, 0, 600}, false}, {{48000, 256, 0, 600}, false},
+      {{48000, 512, 4, 600}, false}, {{0, 0, 0, 0}, false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.config.sampleRate << " Hz, block "
+                                    << row.config.blockSize << ", mode " << row.config.mode);
+    EXPECT_EQ(bcap_query_memory(&row.config) >= 10163, row.accepted);
+    EXPECT_EQ(bcap_query_scratch(&row.config) > 0, row.accepted);
+    if (!row.accepted) {
+      EXPECT_EQ(bcap_query_memory(&row.config), 0u);
+      char memory[16] = {};
+      bcap_handle_t handle = nullptr;
+      EXPECT_EQ(bcap_init(&row.config, memory, &handle), 0);  // refused, and yet 0
+      EXPECT_EQ(handle, nullptr);
+    }
+  }
+  EXPECT_EQ(bcap_query_memory(nullptr), 0u);
+  EXPECT_EQ(bcap_query_scratch(nullptr), 0u);
+}
+
+TEST(LibraryQueries, MemoryStaysWithinItsBudget) {
+  const bcap_config_t config{48000, 512, 0, 600};
+  EXPECT_LE(bcap_query_memory(&config) + bcap_query_scratch(&config), 32u * 1024u);
+}
+
+TEST(LibraryQueries, FixedRecordsAndLatencies) {
+  const bcap_version_t* version = bcap_get_version();
+  EXPECT_EQ(version->numbers[0], 1u);
+  EXPECT_EQ(version->numbers[1], 1u);
+  EXPECT_EQ(version->numbers[2], 0u);
+  EXPECT_EQ(version->numbers[3], 1u);
+  EXPECT_STREQ(version->change, "$Change: 5864073 $");
+
+  ASSERT_NE(bcap_metadata_info_get(1), nullptr);
+  const uint32_t sizes[] = {92, 4, 2100, 4, 8};
+  EXPECT_EQ(std::memcmp(bcap_metadata_info_get(1), sizes, sizeof(sizes)), 0);
+  EXPECT_EQ(bcap_metadata_info_get(0), nullptr);
+  EXPECT_EQ(bcap_metadata_info_get(2), nullptr);
+
+  const uint32_t latencies[][2] = {{0, 1024}, {1, 448}, {2, 512}, {3, 1536}, {7, 1536}};
+  for (const auto& [mode, latency] : latencies) {
+    EXPECT_EQ(latency_seen_from_c(mode), latency) << mode;
+  }
+}
+
+TEST(LibraryQueries, PresetTablesHaveTheirTellingRows) {
+  struct Row {
+    const int32_t* table;
+    std::vector<int32_t> first, last;
+    int32_t low, high;
+  } const rows[] = {
+      {A_PEQ_TUNING_DATA_PRESET1_SR48K,
+       {41, 37, 27, 15, 3, 2, 2, 0},
+       {66, 103, 151, 211},
+       -167,
+       211},
+      {A_PEQ_TUNING_DATA_PRESET2_SR48K,
+       {41, 37, 27, 15, 3, 2, 2, 0},
+       {35, 80, 134, 197},
+       -259,
+       197},
+      {A_NFM_TUNING_DATA_SR48K,
+       {-724, -742, -792, -847, -874, -894, -914, -926},
+       {-1094, -1092, -1097, -1162},
+       -1162,
+       -724},
+  };
+  for (const Row& row : rows) {
+    const std::vector<int32_t> table(row.table, row.table + 73);
+    EXPECT_TRUE(std::equal(row.first.begin(), row.first.end(), table.begin()));
+    EXPECT_TRUE(std::equal(row.last.rbegin(), row.last.rend(), table.rbegin()));
+    EXPECT_EQ(*std::min_element(table.begin(), table.end()), row.low);
+    EXPECT_EQ(*std::max_element(table.begin(), table.end()), row.high);
+  }
+}
+
+struct Scalar {
+  const char* name;
+  int (*set)(bcap_handle_t, int32_t);
+  int32_t bcap::Parameters::*member;
+  int32_t low, high, preset;
+};
+
+const Scalar kScalars[] = {
+    {"pregain_boost", bcap_pregain_boost_set, &bcap::Parameters::pregain_boost, -160, 320, 144},
+    {"postgain_boost", bcap_postgain_boost_set, &bcap::Parameters::postgain_boost, 0, 320, 144},
+    {"postgain_out_target", bcap_postgain_out_target_set, &bcap::Parameters::postgain_out_target,
+     -496, -224, -288},
+    {"pregain_limiter_peak", bcap_pregain_limiter_peak_set, &bcap::Parameters::pregain_limiter_peak,
+     1, 256, 256},
+    {"postgain_limiter_peak", bcap_postgain_limiter_peak_set,
+     &bcap::Parameters::postgain_limiter_peak, 1, 256, 256},
+    {"rnn_amount", bcap_rnn_amount_set, &bcap::Parameters::rnn_amount, 0, 8, 8},
+    {"lev_amount", bcap_lev_amount_set, &bcap::Parameters::lev_amount, 0, 16, 13},
+    {"lev_loudness_range", bcap_lev_loudness_range_set, &bcap::Parameters::lev_loudness_range, 96,
+     144, 112},
+    {"rmx_amount", bcap_rmx_amount_set, &bcap::Parameters::rmx_amount, 0, 16, 11},
+    {"bsep_resgain_attenuate", bcap_bsep_resgain_attenuate_set,
+     &bcap::Parameters::bsep_resgain_attenuate, 0, 144, 48},
+    {"sfe_amount", bcap_sfe_amount_set, &bcap::Parameters::sfe_amount, 0, 16, 8},
+    {"peq_amount", bcap_peq_amount_set, &bcap::Parameters::peq_amount, 0, 16, 16},
+    {"nfm_amount", bcap_nfm_amount_set, &bcap::Parameters::nfm_amount, 0, 16, 16},
+    // Switches keep whatever they are given.
+    {"lrc_enable", bcap_lrc_enable_set, &bcap::Parameters::lrc_enable, kLowest, kHighest, 1},
+    {"hpf_enable", bcap_hpf_enable_set, &bcap::Parameters::hpf_enable, kLowest, kHighest, 1},
+    {"pregain_enable", bcap_pregain_enable_set, &bcap::Parameters::pregain_enable, kLowest,
+     kHighest, 0},
+    {"rnn_enable", bcap_rnn_enable_set, &bcap::Parameters::rnn_enable, kLowest, kHighest, 0},
+    {"postgain_enable", bcap_postgain_enable_set, &bcap::Parameters::postgain_enable, kLowest,
+     kHighest, 0},
+    {"ldn_enable", bcap_ldn_enable_set, &bcap::Parameters::ldn_enable, kLowest, kHighest, 0},
+    {"lev_enable", bcap_lev_enable_set, &bcap::Parameters::lev_enable, kLowest, kHighest, 0},
+    {"deq_enable", bcap_deq_enable_set, &bcap::Parameters::deq_enable, kLowest, kHighest, 0},
+    {"bsep_enable", bcap_bsep_enable_set, &bcap::Parameters::bsep_enable, kLowest, kHighest, 0},
+    {"sfe_enable", bcap_sfe_enable_set, &bcap::Parameters::sfe_enable, kLowest, kHighest, 0},
+    {"deq_metadata_output", bcap_deq_metadata_output_set, &bcap::Parameters::deq_metadata_output,
+     kLowest, kHighest, 0},
+    {"lev_metadata_output", bcap_lev_metadata_output_set, &bcap::Parameters::lev_metadata_output,
+     kLowest, kHighest, 0},
+    {"ldn_metadata_output", bcap_ldn_metadata_output_set, &bcap::Parameters::ldn_metadata_output,
+     kLowest, kHighest, 0},
+    {"selfie_mode", bcap_selfie_mode_set, &bcap::Parameters::selfie_mode, kLowest, kHighest, 0},
+};
+
+TEST(LibrarySetters, ScalarsStartAtTheirPresetAndAreClamped) {
+  for (const Scalar& scalar : kScalars) {
+    SCOPED_TRACE(scalar.name);
+    const Capture capture;
+    EXPECT_EQ(parameters_of(capture).*scalar.member, scalar.preset);
+    for (const int32_t value : {kLowest, scalar.low, -1, 0, 5, scalar.high, kHighest}) {
+      EXPECT_EQ(scalar.set(capture.handle(), value), 0);
+      EXPECT_EQ(parameters_of(capture).*scalar.member, std::clamp(value, scalar.low, scalar.high));
+    }
+    EXPECT_NE(scalar.set(nullptr, 0), 0);
+  }
+}
+
+TEST(LibrarySetters, SwitchesThatInitTurnsOnDependOnTheMode) {
+  const int32_t expected[4][4] = {{1, 1, 0, 0}, {1, 1, 0, 0}, {0, 0, 1, 1}, {0, 0, 0, 1}};
+  for (uint32_t mode = 0; mode < 4; ++mode) {
+    const Capture capture(mode);
+    const bcap::Parameters p = parameters_of(capture);
+    const int32_t stored[] = {p.lrc_enable, p.hpf_enable, p.ldn_enable, p.rnn_enable};
+    EXPECT_TRUE(std::equal(stored, stored + 4, expected[mode])) << mode;
+  }
+}
+
+TEST(LibrarySetters, OnlyMetadataVersionOneExists) {
+  const Capture capture;
+  EXPECT_EQ(parameters_of(capture).metadata_version, 1);
+  EXPECT_EQ(bcap_metadata_version_set(capture.handle(), 1), 0);
+  EXPECT_EQ(bcap_metadata_version_set(capture.handle(), 2), 3);
+  EXPECT_EQ(bcap_metadata_version_set(capture.handle(), 0), 3);
+}
+
+struct BandCase {
+  const char* name;
+  int (*set)(bcap_handle_t, int32_t, const int32_t*);
+  bcap::BandTable bcap::Parameters::*table;
+  int32_t low, high, rest;
+  int count_code, clamp_code;
+};
+
+const BandCase kBandCases[] = {
+    {"peq", bcap_peq_band_gain_tuning_set, &bcap::Parameters::peq_band_gain, -576, 320, 0, 12, 13},
+    {"nfm", bcap_nfm_band_energy_tuning_set, &bcap::Parameters::nfm_band_energy, -2080, -160, -2080,
+     14, 15},
+};
+
+TEST(LibrarySetters, BandTablesStoreAtMostTheirSlotsAndJudgeAllTheySee) {
+  struct Row {
+    int32_t count;
+    int32_t outlier_at;      // -1: none
+    int at_48000, at_44100;  // 0 fine, 1 the count's code, 2 the clamp's code
+    int32_t stored;
+  } const rows[] = {
+      {73, -1, 0, 1, 73},  {75, -1, 1, 0, 75},    {74, -1, 1, 1, 74},       {76, -1, 1, 1, 75},
+      {96, -1, 1, 1, 75},  {73, 40, 2, 2, 73},    {76, 75, 2, 2, 75},       {96, 95, 2, 2, 75},
+      {200, 96, 1, 1, 75}, {10, -1, 1, 1, 10},    {10, 10, 1, 1, 10},       {0, -1, 1, 1, 0},
+      {-1, -1, 1, 1, 0},   {kLowest, 0, 1, 1, 0}, {kHighest, -1, 1, 1, 75},
+  };
+  for (const BandCase& kind : kBandCases) {
+    for (const uint32_t rate : {48000u, 44100u}) {
+      for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message() << kind.name << " " << rate << " Hz, count " << row.count
+                                        << ", outlier " << row.outlier_at);
+        // No more than 96 may ever be read.
+        std::vector<int32_t> values(std::clamp(row.count, 1, 96), -300);
+        if (row.outlier_at >= 0 && row.outlier_at < static_cast<int32_t>(values.size())) {
+          values[row.outlier_at] = 400;
+        }
+        const Capture capture(0, rate);
+        const std::vector<int32_t> before(75, -200);
+        kind.set(capture.handle(), 75, before.data());
+        const int codes[] = {0, kind.count_code, kind.clamp_code};
+        EXPECT_EQ(kind.set(capture.handle(), row.count, values.data()),
+                  codes[rate == 48000 ? row.at_48000 : row.at_44100]);
+        const bcap::BandTable stored = parameters_of(capture).*kind.table;
+        for (int32_t band = 0; band < 75; ++band) {
+          const int32_t expected = band >= row.stored       ? kind.rest
+                                   : band == row.outlier_at ? kind.high
+                                                            : -300;
+          ASSERT_EQ(stored.values[band], expected) << "band " << band;
+        }
+        EXPECT_EQ(stored.guard_before, 0x5AFE57A7u);
+        EXPECT_EQ(stored.guard_after, 0x5AFE57A7u);
+      }
+    }
+    const Capture capture;
+    const std::vector<int32_t> low(73, -5000);
+    EXPECT_EQ(kind.set(capture.handle(), 73, low.data()), kind.clamp_code);
+    EXPECT_EQ((parameters_of(capture).*kind.table).values[72], kind.low);
+    EXPECT_EQ(kind.set(capture.handle(), 73, nullptr), 0);
+    EXPECT_EQ((parameters_of(capture).*kind.table).values[0], kind.rest);
+    EXPECT_NE(kind.set(nullptr, 73, low.data()), 0);
+  }
+}
+
+TEST(LibraryStages, ArgumentsAreCheckedInOrder) {
+  int16_t samples[1024] = {};
+  int16_t* channels[2] = {samples, samples + 1};
+  int16_t* no_right[2] = {samples, nullptr};
+  const bcap_buffer_desc_t good{2, 2, 4, channels};
+  const bcap_buffer_desc_t mono{1, 2, 4, channels};
+  const bcap_buffer_desc_t none{0, 2, 4, nullptr};
+  const bcap_buffer_desc_t half{2, 2, 4, no_right};
+  const bcap_buffer_desc_t unset{2, 2, 4, nullptr};
+  const bcap_config_t config{48000, 512, 0, 0};
+  std::vector<char> memory(bcap_query_scratch(&config));
+  void* scratch = memory.data();
+  struct Row {
+    const char* what;
+    const bcap_buffer_desc_t *in, *out;
+    void* scratch;
+    bool live;
+    int pre[4];  // by mode
+    int analysis, post;
+  } const rows[] = {
+      {"all well", &good, &good, scratch, true, {0, 0, 0, 0}, 0, 0},
+      {"no input", nullptr, &good, scratch, true, {10, 10, 10, 10}, 10, 10},
+      {"no output", &good, nullptr, scratch, true, {10, 10, 10, 10}, 0, 0},
+      {"no scratch", &good, &good, nullptr, true, {10, 10, 10, 10}, 10, 10},
+      {"mono in", &mono, &good, scratch, true, {6, 6, 6, 6}, 6, 6},
+      {"mono out", &good, &mono, scratch, true, {6, 6, 0, 6}, 6, 6},
+      {"empty out", &good, &none, scratch, true, {6, 6, 0, 6}, 6, 6},
+      {"right missing in", &half, &good, scratch, true, {10, 10, 10, 10}, 10, 10},
+      {"right missing out", &good, &half, scratch, true, {10, 10, 10, 10}, 10, 10},
+      {"addresses missing", &unset, &good, scratch, true, {10, 10, 10, 10}, 10, 10},
+      {"no instance", &good, &good, scratch, false, {1, 1, 1, 1}, 1, 1},
+      {"no instance, no input", nullptr, &good, scratch, false, {10, 10, 10, 10}, 10, 10},
+      {"no instance, mono out", &good, &mono, scratch, false, {6, 6, 6, 6}, 1, 1},
+      {"count before scratch", &mono, &good, nullptr, true, {6, 6, 6, 6}, 10, 10},
+  };
+  for (uint32_t mode = 0; mode < 4; ++mode) {
+    const Capture capture(mode);
+    for (const Row& row : rows) {
+      SCOPED_TRACE(testing::Message() << row.what << ", mode " << mode);
+      const bcap_handle_t handle = row.live ? capture.handle() : nullptr;
+      EXPECT_EQ(bcap_pre_process(handle, row.in, row.out, row.scratch), row.pre[mode]);
+      EXPECT_EQ(bcap_analysis_process(handle, row.in, row.out, row.scratch), row.analysis);
+      EXPECT_EQ(bcap_post_process(handle, row.in, row.out, row.scratch), row.post);
+    }
+  }
+}
+
+TEST(LibraryLifeCycle, MemoryOfAnyAlignmentServes) {
+  const bcap_config_t config{48000, 512, 0, 600};
+  const uint32_t size = bcap_query_memory(&config);
+  const uint32_t scratch_size = bcap_query_scratch(&config);
+  std::vector<std::vector<unsigned char>> outputs;
+  for (size_t offset = 0; offset < 16; ++offset) {
+    std::vector<unsigned char> memory(offset + size + 64, 0xA5);
+    std::vector<unsigned char> scratch(offset + scratch_size + 64, 0xA5);
+    bcap_handle_t handle = nullptr;
+    ASSERT_EQ(bcap_init(&config, memory.data() + offset, &handle), 0);
+    const auto begin = reinterpret_cast<uintptr_t>(memory.data() + offset);
+    ASSERT_EQ(reinterpret_cast<uintptr_t>(handle), (begin + 3) / 4 * 4) << offset;
+    bcap_peq_band_gain_tuning_set(handle, 73, A_PEQ_TUNING_DATA_PRESET1_SR48K);
+
+    // A ramp of bytes for a signal, at odd addresses.
+    std::vector<unsigned char> pcm(1 + 16 * kBlock);
+    for (size_t n = 0; n < pcm.size(); ++n) {
+      pcm[n] = static_cast<unsigned char>(n * 37);
+    }
+    for (size_t block = 0; block < 4; ++block) {
+      unsigned char* at = pcm.data() + 1 + block * 4 * kBlock;
+      int16_t* channels[2] = {reinterpret_cast<int16_t*>(at), reinterpret_cast<int16_t*>(at + 2)};
+      const bcap_buffer_desc_t desc{2, 2, 4, channels};
+      ASSERT_EQ(bcap_pre_process(handle, &desc, &desc, scratch.data() + offset), 0);
+    }
+    bcap_shutdown(handle);
+    outputs.push_back(pcm);
+    EXPECT_EQ(outputs.back(), outputs.front()) << "offset " << offset;
+    for (size_t n = 0; n < 64; ++n) {
+      ASSERT_EQ(memory[offset + size + n], 0xA5) << "behind the memory, offset " << offset;
+      ASSERT_EQ(scratch[offset + scratch_size + n], 0xA5)
+          << "behind the scratch, offset " << offset;
+    }
+    for (size_t n = 0; n < offset; ++n) {
+      ASSERT_EQ(memory[n], 0xA5) << "before the memory, offset " << offset;
+    }
+  }
+}
+
+TEST(LibraryLifeCycle, ADeadHandleIsHarmless) {
+  const bcap_config_t config{48000, 512, 0, 600};
+  alignas(16) static char memory[64 * 1024];
+  bcap_handle_t handle = nullptr;
+  bcap_init(&config, memory, &handle);
+  bcap_shutdown(handle);
+  for (const bcap_handle_t dead :
+       {handle, bcap_handle_t{nullptr}, reinterpret_cast<bcap_handle_t>(memory + 1),
+        reinterpret_cast<bcap_handle_t>(memory + 4096)}) {
+    bcap_shutdown(dead);
+    bcap_reset(dead);
+    EXPECT_EQ(bcap_pregain_boost_set(dead, 0), 1);
+    EXPECT_EQ(bcap_nfm_band_energy_tuning_set(dead, 73, A_NFM_TUNING_DATA_SR48K), 1);
+    bcap::Parameters parameters{};
+    EXPECT_FALSE(bcap::inspect_parameters(dead, parameters));
+  }
+  bcap_init(&config, memory, &handle);  // the same memory serves again
+  EXPECT_EQ(bcap_pregain_boost_set(handle, 0), 0);
+  bcap_shutdown(handle);
+}
+
+}  // namespace

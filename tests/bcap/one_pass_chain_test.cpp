@@ -1,0 +1,144 @@
+// What holds for the whole chain, in every mode and at both rates: latency, bit exactness, symmetry, reset.
+#include <gtest/gtest.h>
+
+#include "capture.h"
+
+namespace {
+
+struct Kind {
+  uint32_t mode;
+  uint32_t rate;
+  size_t latency;
+};
+
+const Kind kKinds[] = {{0, 48000, 1024}, {0, 44100, 1024}, {1, 48000, 448},  {1, 44100, 448},
+                       {2, 48000, 512},  {2, 44100, 512},  {3, 48000, 1536}, {3, 44100, 1536}};
+
+std::string name_of(const Kind& kind) {
+  return "mode " + std::to_string(kind.mode) + ", " + std::to_string(kind.rate) + " Hz";
+}
+
+TEST(Chain, WithEverythingOffTheOutputIsTheInputDelayed) {
+  for (const Kind& kind : kKinds) {
+    SCOPED_TRACE(name_of(kind));
+    Capture capture(kind.mode, kind.rate);
+    Stereo input = noise(0.5, 40 * kBlock);  // clips at both ends of the range now and then
+    input.left[100] = -32768;
+    input.right[101] = 32767;
+    const Stereo output = capture.AllOff().Process(input);
+    EXPECT_EQ(output.Part(0, kind.latency), Stereo(kind.latency));
+    EXPECT_EQ(output.Part(kind.latency, input.frames() - kind.latency),
+              input.Part(0, input.frames() - kind.latency));
+  }
+}
+
+TEST(Chain, AnImpulseArrivesAtTheLatencyWithEveryStageAtWork) {
+  for (const Kind& kind : {kKinds[0], kKinds[1], kKinds[2], kKinds[3]}) {
+    SCOPED_TRACE(name_of(kind));
+    Capture capture(kind.mode, kind.rate);
+    capture.Everything();
+    // An equaliser with a shape of its own would smear the impulse; a level one still runs the transform.
+    const std::vector<int32_t> level(73, -16);
+    bcap_peq_band_gain_tuning_set(capture.handle(), 73, level.data());
+    Stereo input(8 * kBlock);
+    input.left[700] = input.right[700] = 3000;
+    const Stereo output = capture.Process(input);
+    const auto largest = std::max_element(output.left.begin(), output.left.end());
+    EXPECT_EQ(largest - output.left.begin(), static_cast<ptrdiff_t>(700 + kind.latency));
+  }
+}
+
+TEST(Chain, InPlaceEqualsOutOfPlace) {
+  for (const uint32_t mode : {0u, 1u, 2u, 3u}) {
+    const Stereo input = noise(0.05, 20 * kBlock);
+    const Stereo expected = Capture(mode).Everything().Process(input);
+    Capture capture(mode);
+    capture.Everything();
+    Stereo output(input.frames());
+    for (size_t at = 0; at < input.frames(); at += kBlock) {
+      int16_t block[2 * kBlock];
+      for (size_t n = 0; n < kBlock; ++n) {
+        block[2 * n] = input.left[at + n];
+        block[2 * n + 1] = input.right[at + n];
+      }
+      ASSERT_EQ(capture.ProcessInPlace(block), 0);
+      for (size_t n = 0; n < kBlock; ++n) {
+        output.left[at + n] = block[2 * n];
+        output.right[at + n] = block[2 * n + 1];
+      }
+    }
+    EXPECT_EQ(output, expected) << "mode " << mode;
+  }
+}
+
+TEST(Chain, ResetEqualsFresh) {
+  for (const Kind& kind : kKinds) {
+    SCOPED_TRACE(name_of(kind));
+    const Stereo input = noise(0.2, 30 * kBlock);
+    const Stereo expected = Capture(kind.mode, kind.rate).Everything().Process(input);
+    Capture capture(kind.mode, kind.rate);
+    capture.Everything().Process(noise(0.7, 50 * kBlock, 2));
+    bcap_reset(capture.handle());
+    EXPECT_EQ(capture.Process(input), expected);
+  }
+}
+
+TEST(Chain, SilenceStaysSilence) {
+  for (const Kind& kind : kKinds) {
+    SCOPED_TRACE(name_of(kind));
+    Capture capture(kind.mode, kind.rate);
+    EXPECT_EQ(capture.Everything().Process(Stereo(100 * kBlock)), Stereo(100 * kBlock));
+  }
+}
+
+TEST(Chain, EqualEarsStayEqual) {
+  for (const uint32_t mode : {0u, 1u}) {
+    Stereo input = noise(0.1, 100 * kBlock);
+    input.right = input.left;
+    const Stereo output = Capture(mode).Everything().Process(input);
+    EXPECT_EQ(output.left, output.right) << "mode " << mode;
+    EXPECT_GT(level_db(output.left, 50 * kBlock), -60.0);
+  }
+}
+
+// One common gain and equal treatment: what is exchanged at the input is exchanged at the output, but for
+// the rounding of sums in another order.
+TEST(Chain, ExchangedEarsGiveExchangedOutput) {
+  Stereo input = noise(0.03, 200 * kBlock);
+  for (size_t n = 0; n < input.frames(); ++n) {
+    input.right[n] = static_cast<int16_t>(input.right[n] / 2);
+  }
+  const Stereo straight = Capture().Everything().Process(input);
+  const Stereo exchanged = Capture().Everything().Process(input.Swapped()).Swapped();
+  for (size_t n = 0; n < input.frames(); ++n) {
+    ASSERT_NEAR(straight.left[n], exchanged.left[n], 1) << n;
+    ASSERT_NEAR(straight.right[n], exchanged.right[n], 1) << n;
+  }
+}
+
+TEST(Chain, SelfieModeExchangesTheEars) {
+  for (const uint32_t mode : {0u, 1u}) {
+    const Stereo input = noise(0.03, 60 * kBlock);
+    const Stereo straight = Capture(mode).Everything().Process(input);
+    Capture capture(mode);
+    bcap_selfie_mode_set(capture.handle(), -7);  // anything but 0 is on
+    EXPECT_EQ(capture.Everything().Process(input), straight.Swapped()) << "mode " << mode;
+  }
+}
+
+TEST(Chain, OutputOfModeTwoServesAnyNumberOfChannels) {
+  Capture capture(2);
+  Stereo input = noise(0.1, kBlock);
+  std::vector<int16_t> mono(kBlock);
+  std::vector<char> scratch(65536);
+  for (int block = 0; block < 2; ++block) {
+    int16_t* from[2] = {input.left.data(), input.right.data()};
+    int16_t* to[1] = {mono.data()};
+    const bcap_buffer_desc_t source{2, 2, 2, from};
+    const bcap_buffer_desc_t sink{1, 2, 2, to};
+    ASSERT_EQ(bcap_pre_process(capture.handle(), &source, &sink, scratch.data()), 0);
+  }
+  EXPECT_EQ(mono, input.left);
+}
+
+}  // namespace

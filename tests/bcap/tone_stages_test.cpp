@@ -1,0 +1,119 @@
+// The stages that shape the tone: high-pass, equaliser, gain before. Responses in dB at frequencies.
+#include <gtest/gtest.h>
+
+#include "capture.h"
+
+namespace {
+
+// Gain at one frequency once everything has settled.
+double response_db(Capture& capture, double hz, double rate) {
+  const Stereo input = sine(hz, 0.05, 0.05, whole_blocks(0.8, rate), rate);
+  const Stereo output = capture.Process(input);
+  const size_t settled = whole_blocks(0.4, rate);
+  return level_db(output.left, settled) - level_db(input.left, settled);
+}
+
+TEST(HighPassStage, TakesRumbleAndLeavesVoices) {
+  struct Row {
+    double hz, low_db, high_db;
+  } const rows[] = {{10, -60, -44},     {20, -30, -24},      {60, -3.5, -2.5},   {120, -0.3, 0.05},
+                    {250, -0.05, 0.05}, {1000, -0.05, 0.05}, {8000, -0.05, 0.05}};
+  for (const uint32_t mode : {0u, 1u}) {
+    for (const uint32_t rate : {48000u, 44100u}) {
+      for (const Row& row : rows) {
+        Capture capture(mode, rate);
+        bcap_hpf_enable_set(capture.AllOff().handle(), 1);
+        const double db = response_db(capture, row.hz, rate);
+        EXPECT_GT(db, row.low_db) << row.hz << " Hz, mode " << mode << ", " << rate;
+        EXPECT_LT(db, row.high_db) << row.hz << " Hz, mode " << mode << ", " << rate;
+      }
+    }
+  }
+}
+
+TEST(HighPassStage, TakesDirectCurrentAway) {
+  Capture capture;
+  bcap_hpf_enable_set(capture.AllOff().handle(), 1);
+  Stereo input(200 * kBlock);
+  std::fill(input.left.begin(), input.left.end(), static_cast<int16_t>(8000));
+  std::fill(input.right.begin(), input.right.end(), static_cast<int16_t>(-8000));
+  const Stereo output = capture.Process(input);
+  for (size_t n = 150 * kBlock; n < output.frames(); ++n) {
+    ASSERT_EQ(output.left[n], 0);
+    ASSERT_EQ(output.right[n], 0);
+  }
+}
+
+TEST(GainBefore, IsTheBoostInSixteenthsOfADecibel) {
+  for (const int32_t boost : {-160, -16, 0, 144, 320}) {
+    for (const uint32_t mode : {0u, 1u}) {
+      Capture capture(mode);
+      bcap_pregain_enable_set(capture.AllOff().handle(), 1);
+      bcap_pregain_boost_set(capture.handle(), boost);
+      EXPECT_NEAR(response_db(capture, 1000.0, 48000.0), boost / 16.0, 0.05) << boost;
+    }
+  }
+}
+
+// Every band of both presets at 48 kHz, and a wavy curve at 44.1 kHz, where no preset exists.
+TEST(Equaliser, IsExactAtEveryBandCentre) {
+  std::vector<int32_t> wavy(75);
+  for (int band = 0; band < 75; ++band) {
+    wavy[band] = static_cast<int32_t>(std::lrint(96.0 * std::sin(0.21 * band)));
+  }
+  const struct {
+    const char* name;
+    uint32_t rate;
+    std::vector<int32_t> gains;
+    double share;
+    int32_t amount;
+  } cases[] = {
+      {"preset 1",
+       48000,
+       {A_PEQ_TUNING_DATA_PRESET1_SR48K, A_PEQ_TUNING_DATA_PRESET1_SR48K + 73},
+       1.0,
+       16},
+      {"preset 2, half",
+       48000,
+       {A_PEQ_TUNING_DATA_PRESET2_SR48K, A_PEQ_TUNING_DATA_PRESET2_SR48K + 73},
+       0.5,
+       8},
+      {"wavy", 44100, wavy, 1.0, 16},
+  };
+  for (const auto& c : cases) {
+    // Band 0 is direct current, and a sine at half the rate says nothing.
+    for (size_t band = 1; band < c.gains.size(); ++band) {
+      Capture capture(0, c.rate);
+      capture.AllOff();
+      bcap_peq_amount_set(capture.handle(), c.amount);
+      ASSERT_EQ(bcap_peq_band_gain_tuning_set(capture.handle(),
+                                              static_cast<int32_t>(c.gains.size()), c.gains.data()),
+                0);
+      const double hz = bcap::inspect_band(c.rate, band).centre_hz;
+      EXPECT_NEAR(response_db(capture, hz, c.rate), c.share * c.gains[band] / 16.0, 0.5)
+          << c.name << ", band " << band << ", " << hz << " Hz";
+    }
+  }
+}
+
+TEST(Equaliser, IsSmoothBetweenBandsAndFlatAtAmountZero) {
+  for (const double hz : {70.0, 333.0, 1580.0, 2700.0, 5200.0, 9100.0, 16000.0}) {
+    Capture capture;
+    capture.AllOff();
+    bcap_peq_band_gain_tuning_set(capture.handle(), 73, A_PEQ_TUNING_DATA_PRESET1_SR48K);
+    size_t band = 0;
+    while (bcap::inspect_band(48000, band + 1).centre_hz < hz) {
+      ++band;
+    }
+    const int32_t one = A_PEQ_TUNING_DATA_PRESET1_SR48K[band];
+    const int32_t next = A_PEQ_TUNING_DATA_PRESET1_SR48K[band + 1];
+    const double db = response_db(capture, hz, 48000.0);
+    EXPECT_GT(db, std::min(one, next) / 16.0 - 0.5) << hz;
+    EXPECT_LT(db, std::max(one, next) / 16.0 + 0.5) << hz;
+
+    bcap_peq_amount_set(capture.handle(), 0);
+    EXPECT_NEAR(response_db(capture, hz, 48000.0), 0.0, 0.01) << hz;
+  }
+}
+
+}  // namespace

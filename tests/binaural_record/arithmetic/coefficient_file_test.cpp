@@ -1,0 +1,469 @@
+// What the coefficient file may say, what it means, and what the log says when it is wrong.
+#include "binaural_record/arithmetic/bcap/1.0/binaural_record_algo_config.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <tinyxml2.h>
+
+#include "platform/host/binaural_host.h"
+#include "tests/support/log_capture.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+
+constexpr char kTag[] = "BinauralRecordParseBcapAlgoConfig";
+constexpr char kDeclaration[] = "<?xml version='1.0'?>\n";
+
+// ---- pieces of documents; the defaults are without fault ----
+
+std::string Tuning(const std::string& content) {
+  return kDeclaration + ("<tuning bnc_verson='1.1.0'>\n" + content + "</tuning>\n");
+}
+std::string Mode(const std::string& attributes, const std::string& params = "") {
+  return "<mode " + attributes + ">" + params + "</mode>\n";
+}
+std::string Module(const std::string& modes = "<mode value='0'/>\n",
+                   const std::string& name = "m") {
+  return "<module name='" + name + "'>\n" + modes + "</module>\n";
+}
+constexpr char kInclude[] = "<include module_name='m'/>";
+constexpr char kPeq[] = "<peq_band_gain_tuning mode='0' value='7,8'/>";
+constexpr char kNfm[] = "<nfm_band_energy_tuning value='-1000'/>";
+std::string Profile(const std::string& content = std::string(kInclude) + kPeq,
+                    const std::string& attributes = "name='p'") {
+  return "<profile " + attributes + ">" + content + "</profile>\n";
+}
+std::string Headset(const std::string& content = kNfm + Profile(),
+                    const std::string& attributes = "name='h'") {
+  return "<btheadset " + attributes + ">\n" + content + "</btheadset>\n";
+}
+std::string WithMode(const std::string& mode) {
+  return Tuning(Module(mode) + Headset());
+}
+std::string WithHeadset(const std::string& content) {
+  return Tuning(Module() + Headset(content));
+}
+std::string WithProfile(const std::string& content) {
+  return WithHeadset(kNfm + Profile(content));
+}
+std::string Numbers(int count) {
+  std::string text = "1";
+  while (--count > 0) {
+    text += ",1";
+  }
+  return text;
+}
+std::string NfmList(const std::string& text) {
+  return "<nfm_band_energy_tuning value='" + text + "'/>";
+}
+
+class CoefficientFileTest : public ::testing::Test {
+ protected:
+  CoefficientFileTest() {
+    char folder[] = "/tmp/coefficients.XXXXXX";
+    folder_ = mkdtemp(folder);
+    path_ = folder_ + "/coeffs.xml";
+  }
+  ~CoefficientFileTest() override {
+    ReleaseCoefficients(&store_);
+    adev_release_algo_config_coeff_1_0();
+    coeffBuf = {};
+    host_redirect(BINAURAL_ALGO_COEFF_CONFIG_FILE, nullptr);
+    unlink(path_.c_str());
+    rmdir(folder_.c_str());
+  }
+
+  void Write(const std::string& document) { std::ofstream(path_) << document; }
+
+  int Parse(const std::string& document, const CoefficientFaultListener& listener = nullptr) {
+    Write(document);
+    log_.Take();
+    tinyxml2::XMLDocument parsed;
+    return ParseCoefficients(path_.c_str(), &parsed, &store_, listener);
+  }
+
+  LogCapture log_;
+  std::string folder_;
+  std::string path_;
+  AlgoConfigCoeff store_{};
+};
+
+TEST_F(CoefficientFileTest, EveryFaultRefusesTheFileAndSaysWhere) {
+  // clang-format off
+  const std::string kSelf = "adev_parse_algo_config_coeff_1_0 ";
+  const std::string kMode = "parse_single_profile_mode_config ";
+  const std::string kPeqStep = "parse_peq_band_gain_config ";
+  const std::string kEmpty = "parse_and_save_item_coeffs valStr =  error.\n";
+  // What the steps around the faulty one add.
+  const std::string kInModule =
+      "\nparse_single_module_config parse_single_headset_config fail. moduleIndex=0 modeCounter=0"
+      "\nparse_module_coeff_config parse_single_module_config fail."
+      "\nparse_module_coeff_config parse_module_coeff_config fail.";
+  const std::string kInHeadset =
+      "\nparse_bt_headset_coeff_config parse_single_headset_config fail"
+      "\nparse_bt_headset_coeff_config parse_bt_headset_coeff_config fail.";
+  const std::string kInNfm =
+      "\nparse_single_headset_config parse_nfm_band_energy_config fail." + kInHeadset;
+  const std::string kInProfile =
+      "\nparse_single_headset_config parse_profile_configs fail." + kInHeadset;
+  const std::string kInInclude =
+      "\nparse_profile_configs parse_profile_module_config fail." + kInProfile;
+  const std::string kInPeq =
+      "\nparse_profile_configs parse_peq_band_gain_config fail" + kInProfile;
+  const auto WithParam = [](const std::string& param) {
+    return WithMode(Mode("value='0'", "<param " + param + "/>"));
+  };
+  const auto WithPeq = [](const std::string& attributes) {
+    return WithProfile(std::string(kInclude) + "<peq_band_gain_tuning " + attributes + "/>");
+  };
+  const struct {
+    std::string document, errors;
+  } kCases[] = {
+      {"<tuning>" + Module() + Headset() + "</tuning>",
+       kSelf + "Load BINAURAL_ALGO_COEFF_CONFIG_FILE declaration NULL."},
+      {std::string(kDeclaration) + "<Tuning/>", kSelf + "Load BinauralCoeff fail."},
+      {Tuning(Headset()), kSelf + "moduleNum=0 btHeadsetNum=1 config error."},
+      {Tuning(Module() + Module()), kSelf + "moduleNum=2 btHeadsetNum=0 config error."},
+      {Tuning("<module/>" + Headset()), "parse_single_module_config Load moduleName fail." + kInModule},
+      {Tuning(Module("", std::string(64, 'm')) + Headset()),
+       "parse_single_module_config moduleName len is too long." + kInModule},
+      {WithMode("<mode/>"), kMode + "Load modeStr fail." + kInModule},
+      {WithMode(Mode("value='4'")), kMode + "profileMode config error!" + kInModule},
+      {WithMode(Mode("value='-1'")), kMode + "profileMode config error!" + kInModule},
+      {WithParam("name='hpf_enable'"), kMode + "valName or valValue parse fail." + kInModule},
+      {WithParam("value='1'"), kMode + "valName or valValue parse fail." + kInModule},
+      {WithParam("name='Hpf_enable' value='1'"), kMode + "valName = Hpf_enable error" + kInModule},
+      {WithParam("name='pregain_dra_tuning' value='1,2,3,4,5'"),
+       "parse_and_save_item_coeffs index error arrLen 4 index 4\n" + kMode +
+       "parse_and_save_item_coeffs pregain_dra_tuning error." + kInModule},
+      {WithParam("name='postgain_dra_tuning' value=''"),
+       kEmpty + kMode + "parse_and_save_item_coeffs postgain_dra_tunning error." + kInModule},
+      {Tuning(Module() + Headset(kNfm, "")),
+       "parse_single_headset_config Load btHeadsetName fail." + kInHeadset},
+      {Tuning(Module() + Headset(kNfm, "name='" + std::string(128, 'h') + "'")),
+       "parse_single_headset_config btHeadsetName len is too long." + kInHeadset},
+      {WithHeadset(""), "parse_nfm_band_energy_config get nfm_band_energy_tuning fail." + kInNfm},
+      {WithHeadset("<nfm_band_energy_tuning/>"),
+       "parse_nfm_band_energy_config valValue parse fail." + kInNfm},
+      {WithHeadset(NfmList(Numbers(97))),
+       "parse_and_save_item_coeffs index error arrLen 96 index 96\n"
+       "parse_nfm_band_energy_config parse_and_save_item_coeffs error." + kInNfm},
+      {WithHeadset(kNfm + Profile("", "")), "parse_profile_configs load moduleName fail " + kInProfile},
+      {WithHeadset(kNfm + Profile("", "name='" + std::string(64, 'p') + "'")),
+       "parse_profile_configs profileName len is too long. " + kInProfile},
+      {WithProfile(kPeq), "parse_profile_module_config load include fail." + kInInclude},
+      {WithProfile("<include name='m'/>"),
+       "parse_profile_module_config load moduleName fail." + kInInclude},
+      {WithProfile("<include module_name='M'/>"),
+       "parse_profile_module_config do not got module config, should use default, module name M" +
+       kInInclude},
+      {WithProfile(kInclude), kPeqStep + "load peq_band_gain_tuning fail." + kInPeq},
+      {WithPeq("value='1'"), kPeqStep + "get modeVal fail." + kInPeq},
+      {WithPeq("mode='4' value='1'"), kPeqStep + "parse modeVal fail." + kInPeq},
+      {WithPeq("mode='-1' value='1'"), kPeqStep + "parse modeVal fail." + kInPeq},
+      {WithPeq("mode='0'"), kPeqStep + "get valValue fail." + kInPeq},
+      {WithPeq("mode='0' value=''"),
+       kEmpty + kPeqStep + "parse_and_save_item_coeffs error." + kInPeq},
+  };
+  // clang-format on
+  for (const auto& row : kCases) {
+    SCOPED_TRACE(row.document);
+    EXPECT_EQ(-1, Parse(row.document));
+    std::string errors;
+    for (const std::string& line : log_.TakeErrors(kTag)) {
+      errors += line + "\n";
+    }
+    EXPECT_EQ(row.errors + "\n", errors);
+    EXPECT_EQ(0u, store_.parseConfigSuccessFlag);
+  }
+}
+
+TEST_F(CoefficientFileTest, WhatIsNotXmlIsRefusedWithTheXmlLibrarysWords) {
+  EXPECT_EQ(-1, Parse(std::string(kDeclaration) + "<tuning>"));
+  const auto errors = log_.TakeErrors(kTag);
+  ASSERT_EQ(1u, errors.size());
+  EXPECT_THAT(
+      errors[0],
+      ::testing::StartsWith("adev_parse_algo_config_coeff_1_0 Load BINAURAL_ALGO_COEFF_CONFIG_FILE "
+                            "fail ErrorID 14ErrorStr Error=XML_ERROR_MISMATCHED_ELEMENT"));
+  tinyxml2::XMLDocument document;
+  EXPECT_EQ(-1, ParseCoefficients(folder_.c_str(), &document, &store_)) << "a folder";
+  EXPECT_EQ(-1, ParseCoefficients("/nonexistent", &document, &store_));
+}
+
+TEST_F(CoefficientFileTest, TheLongestNamesAndTheWidestRangesAreAccepted) {
+  const std::string kModuleName(63, 'm');
+  const std::string kHeadsetName(127, 'h');
+  const std::string kProfile = Profile("<include module_name='" + kModuleName + "'/>" + kPeq,
+                                       "name='" + std::string(63, 'p') + "'");
+  ASSERT_EQ(0,
+            Parse(Tuning(Module(Mode("value='3'"), kModuleName) +
+                         Headset(NfmList(Numbers(96)) + kProfile, "name='" + kHeadsetName + "'"))));
+  EXPECT_EQ(1u, store_.parseConfigSuccessFlag);
+  EXPECT_EQ(kModuleName, store_.moduleConfig[0].moduleName);
+  EXPECT_EQ(kHeadsetName, store_.btConfig[0].btHeadsetName);
+  EXPECT_EQ(96u, store_.btConfig[0].nfmNum);
+  EXPECT_EQ(8u, store_.moduleConfig[0].modeConfigFlag);
+}
+
+TEST_F(CoefficientFileTest, AModeStartsFromItsBuiltInValuesAndAModeThatIsAbsentStaysZero) {
+  ASSERT_EQ(0, Parse(WithMode(Mode("value='2abc'"))));
+  const ModuleConfig& module = store_.moduleConfig[0];
+  EXPECT_EQ(1u << 2, module.modeConfigFlag);
+  std::vector<int32_t> words(42);
+  std::memcpy(words.data(), &module.modes[2], sizeof(AlgoModeParams));
+  EXPECT_THAT(words,
+              ElementsAre(0, 0, 0, 256, 256, 0, 8, 0, 272, 241, 9, 16, 16,    // applied
+                          0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,  // deq..pregainDraEn
+                          -400, 10923, 30433, 32168, 4, 0,                    // ..postgainDraEn
+                          -400, 6554, 28264, 31579, 4, 0));
+  std::memcpy(words.data(), &module.modes[0], sizeof(AlgoModeParams));
+  EXPECT_THAT(words, ::testing::Each(0));
+}
+
+TEST_F(CoefficientFileTest, EachParameterLandsInItsOwnWord) {
+  // In the order of the words; a dot is a word that no plain parameter sets.
+  std::istringstream names(
+      "selfie_mode hpf_enable pregain_enable pregain_boost pregain_limiter_peak rnn_enable "
+      "rnn_amount "
+      "postgain_enable postgain_boost postgain_limiter_peak rmx_amount peq_amount nfm_amount "
+      "deq_enable lev_enable lev_amount lev_loudness_range ldn_enable lrc_enable bsep_enable "
+      "bsep_resgain_attenuate sfe_enable sfe_amount wnr_enable wnr_amount pregain_agc_enable "
+      "pregain_agc_amount postgain_agc_enable postgain_agc_amount pregain_dra_enable "
+      "pregain_dra_tuning . . . . postgain_dra_enable postgain_dra_tuning . . . . "
+      "postgain_out_target");
+  std::vector<std::string> name(42);
+  std::string params;
+  for (int word = 0; word < 42; ++word) {
+    names >> name[word];
+    if (name[word] != ".") {
+      params += "<param name='" + name[word] + "' value='" + std::to_string(1000 + word) + "'/>";
+    }
+  }
+  ASSERT_EQ(0, Parse(WithMode(Mode("value='0'", params))));
+  int32_t words[42];
+  std::memcpy(words, &store_.moduleConfig[0].modes[0], sizeof(words));
+  for (int word = 0; word < 42; ++word) {
+    if (name[word] != ".") {
+      EXPECT_EQ(1000 + word, words[word]) << name[word];
+    }
+  }
+  EXPECT_EQ(1, words[34]) << "one value in the first tuning list";
+  EXPECT_EQ(10923, words[31]) << "values that a short list leaves out keep their start";
+  EXPECT_EQ(1, words[40]);
+}
+
+TEST_F(CoefficientFileTest, IntegersAreReadLikeAtoiAndSaturate) {
+  constexpr int32_t kMost = 2147483647;
+  const std::pair<const char*, int32_t> kCases[] = {{"  12", 12},
+                                                    {"-7junk", -7},
+                                                    {"junk", 0},
+                                                    {"", 0},
+                                                    {"0x10", 0},
+                                                    {"1.9", 1},
+                                                    {"+5", 5},
+                                                    {"99999999999", kMost},
+                                                    {"2147483648", kMost},
+                                                    {"-99999999999999999999", -kMost - 1}};
+  for (const auto& [text, value] : kCases) {
+    const std::string param = std::string("<param name='rmx_amount' value='") + text + "'/>";
+    ASSERT_EQ(0, Parse(WithMode(Mode("value='0'", param))));
+    EXPECT_EQ(value, store_.moduleConfig[0].modes[0].rmxAmount) << "'" << text << "'";
+  }
+}
+
+TEST_F(CoefficientFileTest, ARepeatedModeStartsAgain) {
+  ASSERT_EQ(0, Parse(WithMode(Mode("value='1'", "<param name='hpf_enable' value='1'/>") +
+                              Mode("value='1'", "<param name='rnn_enable' value='1'/>"))));
+  EXPECT_EQ(0, store_.moduleConfig[0].modes[1].hpfEn);
+  EXPECT_EQ(1, store_.moduleConfig[0].modes[1].rnnEn);
+}
+
+TEST_F(CoefficientFileTest, SurplusAndUnknownElementsAreIgnoredAndTheFirstModuleOfANameWins) {
+  std::string profiles;
+  for (int i = 0; i < 5; ++i) {
+    profiles += Profile();
+  }
+  const std::string kFivePeqs =
+      "<peq_band_gain_tuning mode='3' value='1'/><peq_band_gain_tuning mode='2' value='2'/>"
+      "<peq_band_gain_tuning mode='1' value='3,4'/><peq_band_gain_tuning mode='3' value='5,6'/>"
+      "<peq_band_gain_tuning mode='broken'/>";
+  ASSERT_EQ(0,
+            Parse(Tuning("<note/>" + Module() + Module(Mode("value='1'")) +
+                         Headset(NfmList("1") + NfmList("") + profiles + "<profile/>", "name='a'") +
+                         Headset(kNfm + Profile(kInclude + kFivePeqs), "name='b'"))));
+  ASSERT_EQ(2u, store_.moduleNum);
+  ASSERT_EQ(2u, store_.btHeadsetNum);
+  EXPECT_EQ(5u, store_.btConfig[0].profileNum);
+  EXPECT_EQ(&store_.moduleConfig[0], store_.btConfig[0].profiles[4].module);
+  EXPECT_STREQ("", store_.btConfig[0].profiles[0].moduleName) << "reserved";
+  const ProfileConfig& profile = store_.btConfig[1].profiles[0];
+  EXPECT_THAT(profile.peqBandGainNum, ElementsAre(0u, 2u, 1u, 2u));
+  EXPECT_EQ(6, profile.peqBandGain[3][1]) << "the last element of a mode counts";
+  EXPECT_EQ(0u, store_.btConfig[1].profiles[1].moduleConfigFound);
+}
+
+TEST_F(CoefficientFileTest, TheLogTellsTheWholeStory) {
+  ASSERT_EQ(0, Parse(Tuning(Module(Mode("value='1'", "<param name='rmx_amount' value='%s%n'/>")) +
+                            Headset())));
+  constexpr char kZeros[] =
+      "selfieModeEn=0 hpfEn=0 pregainEn=0 pregainBoost=0 pregainLimiterPeak=0 rnnEn=0 rnnAmount=0 "
+      "postgainEn=0 postgainBoost=0 postgainLimiterPeak=0 rmxAmount=0 peqAmount=0 nfmAmount=0";
+  const std::string kSelf = "adev_parse_algo_config_coeff_1_0";
+  const std::string kExpected[] = {
+      kSelf + " Load BINAURAL_ALGO_COEFF_CONFIG_FILE success.",
+      kSelf + " moduleNum=1 btHeadsetNum=1",
+      "parse_module_coeff_config total moduleNum is 1",
+      "parse_single_module_config moduleName=m",
+      "parse_single_profile_mode_config mode config is 1",
+      "parse_single_profile_mode_config valName = rmx_amount valValue = %s%n",
+      "parse_single_profile_mode_config modeConfigFlag=2",
+      "parse_single_module_config parse_single_headset_config moduleIndex=0 modeCounter=1",
+      "parse_bt_headset_coeff_config coeffBuf->btHeadsetNum is 1",
+      "parse_single_headset_config btHeadsetName=h",
+      "parse_nfm_band_energy_config valValue = -1000",
+      "parse_and_save_item_coeffs arrLen = 96 index = 1",
+      "parse_profile_configs btHeadsetNum is 1",
+      "parse_profile_configs profileName=p",
+      "parse_profile_module_config got config moduleName=m",
+      "parse_peq_band_gain_config modeVal = 0",
+      "parse_peq_band_gain_config modeIndex 0",
+      "parse_peq_band_gain_config valValue = 7,8",
+      "parse_and_save_item_coeffs arrLen = 96 index = 2",
+      "parse_profile_configs profileNum=1",
+      kSelf + " index 0 nfmNum 1 profileNum 1",
+      kSelf + " enter, SCENE_NORMAL onepass: " + kZeros,
+      kSelf + " enter, SCENE_NORMAL pre_processing: selfieModeEn=0 hpfEn=0 pregainEn=0 "
+              "pregainBoost=256 pregainLimiterPeak=256 rnnEn=0 rnnAmount=8 postgainEn=0 "
+              "postgainBoost=272 postgainLimiterPeak=241 rmxAmount=0 peqAmount=16 nfmAmount=16",
+      kSelf + " enter, SCENE_NORMAL record analysis: " + kZeros,
+      kSelf + " enter, SCENE_NORMAL enhansement: " + kZeros,
+  };
+  std::vector<LoggedLine> expected;
+  for (const std::string& text : kExpected) {
+    expected.push_back({ANDROID_LOG_INFO, kTag, text});
+  }
+  EXPECT_THAT(log_.Take(), ElementsAreArray(expected));
+}
+
+TEST_F(CoefficientFileTest, AListenerHearsEveryFaultWithItsPlaceAndTheVerdictIsTheSame) {
+  const std::string kDocument = "<tuning>\n<module name='m'>\n<mode value='9'>\n"  // lines 1 to 3
+                                "<param name='hpf_enabled' value='1'/>\n"          // 4
+                                "<param name='hpf_enable'/></mode>\n</module>\n"   // 5, 6
+                                "<module name='" +
+                                std::string(64, 'x') +
+                                "'/>\n<btheadset name='h'>\n"                               // 7, 8
+                                "<profile name='p'><include module_name='n'/></profile>\n"  // 9
+                                "<profile><include module_name='m'/>\n"                     // 10
+                                "<peq_band_gain_tuning mode='5' value='1'/>\n"              // 11
+                                "<peq_band_gain_tuning mode='0' value=''/></profile>\n"     // 12
+                                "</btheadset>\n<btheadset name='i'>" +                      // 13
+                                NfmList(Numbers(97)) +
+                                "</btheadset></tuning>";        // 14
+  using Heard = std::tuple<int, CoefficientRule, std::string>;  // line, rule, name
+  std::vector<Heard> heard;
+  std::string first;
+  EXPECT_EQ(-1, Parse(kDocument, [&](const CoefficientFault& fault) {
+    heard.push_back({fault.element == nullptr ? 0 : fault.element->GetLineNum(), fault.rule,
+                     fault.name == nullptr ? "" : fault.name});
+    first = first.empty() ? std::string(fault.step) + fault.message : first;
+    return true;
+  }));
+  const Heard kExpected[] = {{0, CoefficientRule::kNoDeclaration, ""},
+                             {3, CoefficientRule::kModeOutOfRange, "value"},
+                             {4, CoefficientRule::kUnknownParameter, "name"},
+                             {5, CoefficientRule::kMissingAttribute, "value"},
+                             {7, CoefficientRule::kNameTooLong, "name"},
+                             {8, CoefficientRule::kMissingElement, "nfm_band_energy_tuning"},
+                             {9, CoefficientRule::kUnknownModule, "module_name"},
+                             {9, CoefficientRule::kMissingElement, "peq_band_gain_tuning"},
+                             {10, CoefficientRule::kMissingAttribute, "name"},
+                             {11, CoefficientRule::kModeOutOfRange, "mode"},
+                             {12, CoefficientRule::kEmptyList, "value"},
+                             {14, CoefficientRule::kListTooLong, "value"}};
+  EXPECT_THAT(heard, ElementsAreArray(kExpected));
+  EXPECT_EQ(0u, store_.parseConfigSuccessFlag);
+  int wanted = 3;
+  EXPECT_EQ(-1, Parse(kDocument, [&](const CoefficientFault&) { return --wanted > 0; }));
+  EXPECT_EQ(0, wanted) << "not asked again once it has enough";
+  EXPECT_EQ(-1, Parse(kDocument));
+  EXPECT_EQ(first, log_.TakeErrors(kTag).front());
+}
+
+TEST_F(CoefficientFileTest, DeviceOpenPublishesEachResultAndReleaseKeepsFlagAndCounts) {
+  host_redirect(BINAURAL_ALGO_COEFF_CONFIG_FILE, path_.c_str());
+  Write(Tuning(Module() + Headset() + Headset()));
+  for (int repeat = 0; repeat < 2; ++repeat) {  // the second frees what the first made
+    ASSERT_EQ(0, adev_parse_algo_config_coeff_1_0());
+  }
+  const AlgoConfigCoeff* store = get_bcap_algo_config_coeff_1_0();
+  EXPECT_EQ(1u, store->parseConfigSuccessFlag);
+  EXPECT_STREQ("h", store->btConfig[1].btHeadsetName);
+
+  adev_release_algo_config_coeff_1_0();
+  adev_release_algo_config_coeff_1_0();
+  EXPECT_EQ(nullptr, store->btConfig);
+  EXPECT_EQ(nullptr, store->moduleConfig);
+  EXPECT_EQ(1u, store->parseConfigSuccessFlag);
+  EXPECT_EQ(2u, store->btHeadsetNum);
+  EXPECT_EQ(1u, store->moduleNum);
+
+  Write(Tuning(Module() + Headset("")));
+  EXPECT_EQ(-1, adev_parse_algo_config_coeff_1_0());
+  EXPECT_EQ(0u, store->parseConfigSuccessFlag);
+  EXPECT_EQ(1u, store->btHeadsetNum) << "counts are those of the document";
+  EXPECT_NE(nullptr, store->btConfig) << "left for the caller to release";
+
+  unlink(path_.c_str());
+  EXPECT_EQ(-1, adev_parse_algo_config_coeff_1_0());
+  EXPECT_EQ(nullptr, store->btConfig);
+  EXPECT_EQ(0u, store->btHeadsetNum);
+}
+
+TEST_F(CoefficientFileTest, ListsDropEmptyFieldsAndStopAtTheirCapacity) {
+  const struct {
+    const char* text;
+    int capacity;
+    int result;
+    unsigned count;
+    int values[3];
+  } kCases[] = {{"1,,2,", 3, 0, 2, {1, 2, 99}},     {",,,", 3, 0, 0, {99, 99, 99}},
+                {" 1, -2 ,x", 3, 0, 3, {1, -2, 0}}, {"1,2,3,4", 3, -1, 77, {1, 2, 3}},
+                {"", 3, -1, 77, {99, 99, 99}},      {nullptr, 3, -1, 77, {99, 99, 99}},
+                {"1", 0, -1, 77, {99, 99, 99}},     {"1", -1, -1, 77, {99, 99, 99}}};
+  for (const auto& row : kCases) {
+    int values[3] = {99, 99, 99};
+    unsigned count = 77;
+    EXPECT_EQ(row.result, parse_and_save_item_coeffs(values, row.capacity, row.text, &count));
+    EXPECT_EQ(row.count, count) << (row.text == nullptr ? "null" : row.text);
+    EXPECT_THAT(values, ElementsAreArray(row.values));
+  }
+}
+
+TEST_F(CoefficientFileTest, TheSampleFileIsWithoutFaultAndFullyTabled) {
+  tinyxml2::XMLDocument document;
+  ASSERT_EQ(0, ParseCoefficients(SAMPLE_FILE, &document, &store_));
+  ASSERT_EQ(2u, store_.btHeadsetNum);
+  for (uint32_t h = 0; h < 2; ++h) {
+    EXPECT_EQ(73u, store_.btConfig[h].nfmNum);
+    ASSERT_EQ(3u, store_.btConfig[h].profileNum);
+    for (uint32_t p = 0; p < 3; ++p) {
+      EXPECT_EQ(73u, store_.btConfig[h].profiles[p].peqBandGainNum[0]);
+      EXPECT_EQ(p == 2, store_.btConfig[h].profiles[p].module->modes[0].selfieModeEn == 1);
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,278 @@
+// What a read takes from the port, what it queues, and what the caller gets.
+#include <climits>
+
+#include <gmock/gmock.h>
+
+#include "bcap.h"
+#include "binaural_record/hidl/2ch-record/1.0/binaural_stream_apis.h"
+#include "tests/binaural_record/module_fixture.h"
+
+namespace {
+
+using namespace vendor::corva::bluetooth_audio_extend;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+
+constexpr char kTag[] = "BinauralRecordHalStream";
+constexpr size_t kPeriod = 3840;
+
+class ReadPath : public ModuleFixture {
+ protected:
+  uint64_t Reads() { return virtual_headset::GetActivity().reads; }
+  int PreBytes() { return RingBuffer_available_data(runtime().preBuff); }
+  int PostBytes() { return RingBuffer_available_data(runtime().postBuff); }
+  BinauralStreamIn& in() { return *reinterpret_cast<BinauralStreamIn*>(stream); }
+
+  // The library passes samples through, delayed only.
+  void OpenWithAllStagesOff() {
+    WriteCoefficients(AllOffCoefficients());
+    OpenDevice();
+    SetParameters("binaural_recording_bt_name=Buds");
+    ASSERT_EQ(OpenStream(), 0);
+    bcap_lrc_enable_set(runtime().bcapHandle, 0);
+  }
+};
+
+TEST_F(ReadPath, OnePeriodTakesTwoBlocksAndOneSupplementaryRead) {
+  ASSERT_EQ(OpenStream(), 0);
+  EXPECT_EQ(Read(kPeriod), 3840);
+  EXPECT_EQ(Reads(), 2u);  // its own and the supplementary one
+  EXPECT_EQ(PostBytes(), 256);
+  EXPECT_EQ(PreBytes(), 3584);
+  EXPECT_EQ(Read(kPeriod), 3840);
+  EXPECT_EQ(Reads(), 3u);  // enough was queued
+  EXPECT_EQ(PostBytes(), 512);
+  EXPECT_EQ(PreBytes(), 3328);
+  EXPECT_EQ(in().frames_read_, 1920u);
+}
+
+// Every sample comes out once, in order, 1024 frames late, whatever sizes are asked for.
+TEST_F(ReadPath, PcmComesThroughUnchangedAndInOrder) {
+  std::vector<int16_t> pcm(2 * 48000);
+  for (size_t i = 0; i < pcm.size(); ++i) {
+    pcm[i] = static_cast<int16_t>((i * 7919) % 65521 - 32760);
+  }
+  UsePcm(pcm);
+  OpenWithAllStagesOff();
+  std::vector<int16_t> heard;
+  for (const size_t bytes : {3840, 4, 2048, 11520, 3840, 1000, 8, 7680, 3840, 2052, 3840}) {
+    ASSERT_EQ(Read(bytes), static_cast<ssize_t>(bytes));
+    const auto* samples = reinterpret_cast<const int16_t*>(read_bytes.data());
+    heard.insert(heard.end(), samples, samples + bytes / 2);
+  }
+  const size_t delay = 2 * 1024;
+  ASSERT_GT(heard.size(), delay + 10000);
+  EXPECT_THAT(std::vector<int16_t>(heard.begin(), heard.begin() + delay), testing::Each(0));
+  EXPECT_TRUE(std::equal(heard.begin() + delay, heard.end(), pcm.begin()));
+}
+
+// One misbehaviour each, after one good read: what comes back, what is said, what is kept.
+TEST_F(ReadPath, FailuresReturnZeroAndSayWhy) {
+  const std::string no_data = "in_read, get no data-----";
+  const std::string no_room = "in_read, RingBuffer_write failed--";
+  const std::string mode = "alg_process enter, runtimeParams->bcapInfo_.mode error return----";
+  const std::string full = "alg_process enter, RingBuffer_write failed-----";
+  const std::string length = "supplementaryDataRead, additionReadLen error.";
+  const std::string more = "alg_process, supplementaryDataRead fail----";
+  const std::string failed = "in_read, alg_process failed--";
+  using Spoil = void (*)(ReadPath&);
+  const Spoil nothing = [](ReadPath&) {};
+  const Spoil empty = [](ReadPath& t) { t.Headset("reads empty"); };
+  const Spoil mode_2 = [](ReadPath& t) { t.runtime().bcapInfo_.mode = 2; };
+  const Spoil one_channel = [](ReadPath& t) { t.runtime().inBufDesc.channel_count = 1; };
+  const Spoil post_full = [](ReadPath& t) {
+    RingBuffer_clear(t.runtime().preBuff);
+    t.runtime().postBuff->start = 0;
+    t.runtime().postBuff->end = 13400;
+  };
+  const Spoil no_stream = [](ReadPath& t) {
+    RingBuffer_clear(t.runtime().preBuff);
+    gStreamIn = nullptr;
+  };
+  const struct {
+    const char* name;
+    Spoil spoil;
+    size_t bytes;
+    std::vector<std::string> errors;
+    int pre_bytes;
+    int post_bytes;
+  } kCases[] = {
+      {"nothing from the port", empty, kPeriod, {no_data}, 3584, 256},
+      {"zero bytes", nothing, 0, {no_data}, 3584, 256},
+      {"more than preBuff holds", nothing, 15360 - 3584 + 4, {no_room}, 3584, 256},
+      {"mode 2", mode_2, kPeriod, {mode, failed}, 3584 + 3840 - 2048, 256},
+      {"library error", one_channel, kPeriod, {failed}, 3584 + 3840 - 2048, 256},
+      {"postBuff full", post_full, 14336, {full, failed}, 14336 - 2048, 13400},
+      {"no global stream", no_stream, 1024, {length, more, failed}, 1024, 256},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    UseParameters({SampleRate::RATE_48000, ChannelMode::STEREO, BitsPerSample::BITS_16});
+    ASSERT_EQ(OpenStream(), 0);
+    ASSERT_EQ(Read(kPeriod), 3840);
+    c.spoil(*this);
+    log.Take();
+    EXPECT_EQ(Read(c.bytes), 0);
+    EXPECT_EQ(log.TakeErrors(kTag), c.errors);
+    EXPECT_EQ(PreBytes(), c.pre_bytes);
+    EXPECT_EQ(PostBytes(), c.post_bytes);
+    EXPECT_EQ(in().frames_read_, 960u);  // not advanced
+    CloseStream();
+  }
+}
+
+TEST_F(ReadPath, PortWithoutDataIsPutIntoStandbyAndStartedAgain) {
+  ASSERT_EQ(OpenStream(), 0);
+  Headset("reads empty");
+  EXPECT_EQ(Read(kPeriod), 0);
+  EXPECT_EQ(in().bluetooth_input_.GetState(), BinauralStreamState::DISABLED);
+  Headset("reads full");
+  EXPECT_EQ(Read(kPeriod), 3840);
+  EXPECT_EQ(virtual_headset::GetActivity().starts, 2u);
+}
+
+TEST_F(ReadPath, RefusedStartReturnsZero) {
+  ASSERT_EQ(OpenStream(), 0);
+  Headset("start refused");
+  log.Take();
+  EXPECT_EQ(Read(kPeriod), 0);
+  EXPECT_THAT(
+      log.Take(kTag),
+      ElementsAre(
+          LoggedLine{ANDROID_LOG_INFO, kTag, "in_read: state=STANDBY first time bytes=3840"},
+          LoggedLine{ANDROID_LOG_INFO, kTag, "in_start: state=STARTING, in_start (start) ret=-5"},
+          LoggedLine{ANDROID_LOG_ERROR, kTag, "in_read: state=STARTING failed to start."}));
+}
+
+TEST_F(ReadPath, DebugLinesFollowOneRead) {
+  ASSERT_EQ(OpenStream(), 0);
+  ASSERT_EQ(Read(kPeriod), 3840);
+  log.SetMinimumPriority(ANDROID_LOG_DEBUG);
+  log.Take();
+  ASSERT_EQ(Read(kPeriod), 3840);
+  const std::vector<std::string> block = {
+      "alg_process, preBuff read start-----",   "alg_process, preBuff read stop-----",
+      "alg_process enter, bcap_pre_process---", "alg_process, postBuff write start-----",
+      "alg_process, postBuff write stop-----",
+  };
+  std::vector<std::string> expected = {"in_read, preBuff write start-----",
+                                       "in_read, preBuff write end-----",
+                                       "alg_process enter, ---- onceLen=2048"};
+  expected.insert(expected.end(), block.begin(), block.end());
+  expected.insert(expected.end(), block.begin(), block.end());
+  expected.insert(
+      expected.end(),
+      {"in_read, postBuff read start-----", "in_read, postBuff read stop-----",
+       "in_read: audio RingBuffer_read bytes=3840 readLen=3840 frames_read_=1920-----"});
+  std::vector<std::string> heard;
+  for (const LoggedLine& line : log.Take(kTag)) {
+    EXPECT_EQ(line.priority, ANDROID_LOG_DEBUG);
+    heard.push_back(line.text);
+  }
+  EXPECT_THAT(heard, ElementsAreArray(expected));
+}
+
+// Queued as if everything asked for had come: the tail is what the caller's buffer held before, and
+// zeros in a supplementary read.
+TEST_F(ReadPath, ShortPortReadsArePaddedFromTheBuffer) {
+  UsePcm(std::vector<int16_t>(2 * 48000, 1000));
+  OpenWithAllStagesOff();
+  Headset("reads short 2000");
+  read_bytes.assign(kPeriod, 0x55);
+  ASSERT_EQ(stream->read(stream, read_bytes.data(), kPeriod), 3840);
+  std::vector<int16_t> heard;
+  for (int k = 0; k < 3; ++k) {
+    ASSERT_EQ(Read(kPeriod), 3840);
+    const auto* samples = reinterpret_cast<const int16_t*>(read_bytes.data());
+    heard.insert(heard.end(), samples, samples + kPeriod / 2);
+  }
+  // The first read gave frames 0..959 of the delayed stream, so its input begins at heard[64 frames].
+  const auto at = [&heard](size_t frame) { return heard[2 * (frame + 1024 - 960)]; };
+  EXPECT_EQ(at(499), 1000);
+  EXPECT_EQ(at(500), 0x5555);
+  EXPECT_EQ(at(959), 0x5555);
+  EXPECT_EQ(at(960), 1000);  // supplementary read
+  EXPECT_EQ(at(1460), 0);
+  EXPECT_EQ(at(1919), 0);
+}
+
+TEST_F(ReadPath, SupplementaryReadsSaveTwoPositionsAndThenComplain) {
+  ASSERT_EQ(OpenStream(), 0);
+  for (int k = 0; k < 3; ++k) {
+    RingBuffer_clear(runtime().preBuff);
+    RingBuffer_clear(runtime().postBuff);
+    ASSERT_EQ(Read(kPeriod), 3840);
+  }
+  EXPECT_TRUE(runtime().saved[0].used);
+  EXPECT_TRUE(runtime().saved[1].used);
+  EXPECT_EQ(runtime().saved[0].frames, 1920);
+  EXPECT_EQ(runtime().saved[1].frames, 3840);
+  EXPECT_GT(runtime().saved[1].time, 0);
+  EXPECT_THAT(log.TakeErrors("BinauralRecordParseBcapAlgoConfig"),
+              testing::Contains("getTimestampSavingSpace_1_0 enter, saved too many timestamp "
+                                "error----"));
+}
+
+// Only the ring buffers' room decides, so these sizes work for ever or stop for good; both rates.
+TEST_F(ReadPath, RequestsAboveThreePeriodsWedgeTheStream) {
+  const struct {
+    SampleRate rate;
+    size_t bytes;
+    int good_reads;  // -1: for ever
+  } kCases[] = {
+      {SampleRate::RATE_48000, 3840, -1},   {SampleRate::RATE_48000, 11520, -1},
+      {SampleRate::RATE_48000, 12288, -1},  {SampleRate::RATE_48000, 14336, -1},
+      {SampleRate::RATE_48000, 11524, 512}, {SampleRate::RATE_48000, 14340, 0},
+      {SampleRate::RATE_44100, 3528, -1},   {SampleRate::RATE_44100, 10584, -1},
+      {SampleRate::RATE_44100, 12288, -1},  {SampleRate::RATE_44100, 10588, 512},
+      {SampleRate::RATE_44100, 12292, 0},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(testing::Message() << "rate " << static_cast<int>(c.rate) << " bytes " << c.bytes);
+    UseParameters({c.rate, ChannelMode::STEREO, BitsPerSample::BITS_16});
+    OpenDevice();
+    SetParameters("binaural_recording_algorithmMode=1");  // the cheaper chain
+    ASSERT_EQ(OpenStream(), 0);
+    log.SetMinimumPriority(ANDROID_LOG_FATAL);
+    int good = 0;
+    while (good < 600 && Read(c.bytes) != 0) {
+      ++good;
+    }
+    EXPECT_EQ(good, c.good_reads < 0 ? 600 : c.good_reads);
+    EXPECT_EQ(Read(c.bytes) != 0, c.good_reads < 0);
+    log.SetMinimumPriority(ANDROID_LOG_INFO);
+    CloseStream();
+    CloseDevice();
+  }
+}
+
+// One period and the supplementary read fill a mono session's buffer exactly, which reads as empty.
+TEST_F(ReadPath, MonoSessionNeverDelivers) {
+  UseParameters({SampleRate::RATE_48000, ChannelMode::MONO, BitsPerSample::BITS_16});
+  ASSERT_EQ(OpenStream(), 0);
+  for (int k = 0; k < 4; ++k) {
+    EXPECT_EQ(Read(1920), 0);
+  }
+}
+
+TEST_F(ReadPath, HugeAndNullRequestsAreRefused) {
+  ASSERT_EQ(OpenStream(), 0);
+  read_bytes.assign(16, 0);
+  Headset("reads short 8");  // the port writes no more than this buffer holds
+  EXPECT_EQ(stream->read(stream, read_bytes.data(), size_t{INT_MAX} + 1), 0);
+  EXPECT_EQ(stream->read(stream, read_bytes.data(), INT_MAX), 0);
+  EXPECT_EQ(stream->read(stream, nullptr, 16), 0);
+}
+
+// Closing the second of two streams leaves the first without a global stream, not with a stale one.
+TEST_F(ReadPath, FirstStreamOutlivesTheSecond) {
+  ASSERT_EQ(OpenStream(), 0);
+  audio_stream_in* first = stream;
+  ASSERT_EQ(OpenStream(), 0);
+  CloseStream();
+  stream = first;
+  EXPECT_EQ(Read(kPeriod), 0);
+  CloseStream();
+}
+
+}  // namespace

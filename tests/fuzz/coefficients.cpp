@@ -1,0 +1,75 @@
+// Any file in place of the coefficient file: read with and without a listener, then taken up by a
+// device and a stream for the first headset that it names, in both scenes.
+#include <string>
+
+#include <tinyxml2.h>
+
+#include "binaural_record/arithmetic/bcap/1.0/binaural_record_algo_config.h"
+#include "binaural_record/arithmetic/bcap/1.0/binaural_record_algo_runtime.h"
+#include "tests/fuzz/fuzz.h"
+#include "tests/fuzz/surroundings.h"
+
+namespace {
+
+void CheckStore(const AlgoConfigCoeff& store) {
+  for (uint32_t h = 0; h < store.btHeadsetNum; ++h) {
+    const BtHeadsetConfig& headset = store.btConfig[h];
+    FUZZ_CHECK(headset.nfmNum <= 96 && headset.profileNum <= 5);
+    for (uint32_t p = 0; p < headset.profileNum; ++p) {
+      const ProfileConfig& profile = headset.profiles[p];
+      FUZZ_CHECK(profile.moduleConfigFound == 1 && profile.module >= store.moduleConfig &&
+                 profile.module < store.moduleConfig + store.moduleNum);
+      for (const uint32_t count : profile.peqBandGainNum) {
+        FUZZ_CHECK(count <= 96);
+      }
+    }
+  }
+}
+
+}  // namespace
+
+void FuzzOne(Input& input) {
+  const fuzz::Surroundings surroundings;
+  std::string text;
+  while (!input.empty()) {
+    text += static_cast<char>(input.Byte());
+  }
+  fuzz::SetCoefficientFile(text.data(), text.size());
+
+  std::string headset_name;
+  int verdict = -1;
+  {
+    tinyxml2::XMLDocument document;
+    AlgoConfigCoeff store{};
+    verdict = ParseCoefficients(fuzz::CoefficientPath(), &document, &store);
+    FUZZ_CHECK((verdict == 0) == (store.parseConfigSuccessFlag == 1));
+    if (verdict == 0) {
+      CheckStore(store);
+      headset_name = store.btConfig[0].btHeadsetName;
+    }
+    ReleaseCoefficients(&store);
+  }
+  {
+    tinyxml2::XMLDocument document;
+    AlgoConfigCoeff store{};
+    size_t faults = 0;
+    ParseCoefficients(fuzz::CoefficientPath(), &document, &store,
+                      [&faults](const CoefficientFault&) { return ++faults < 1000; });
+    FUZZ_CHECK((faults == 0) == (verdict == 0));
+    ReleaseCoefficients(&store);
+  }
+  audio_hw_device* device = fuzz::OpenDevice();
+  if (headset_name.find_first_of(";=") == std::string::npos) {
+    device->set_parameters(device, ("binaural_recording_bt_name=" + headset_name).c_str());
+  }
+  for (const char* scene : {"back", "front"}) {
+    device->set_parameters(device,
+                           (std::string("binaural_recording_orientation=") + scene).c_str());
+    audio_stream_in* stream = nullptr;
+    FUZZ_CHECK(fuzz::OpenStream(device, &stream) == 0);
+    char pcm[256];  // one block with the values of the file
+    FUZZ_CHECK(stream->read(stream, pcm, sizeof(pcm)) == sizeof(pcm));
+    device->close_input_stream(device, stream);
+  }
+  device->common.close(&device->common);
+}

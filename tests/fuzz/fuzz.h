@@ -1,0 +1,66 @@
+// What the fuzz targets share: the input taken apart, the check that ends a run, and surroundings in
+// which nothing sleeps. A target defines FuzzOne; the same source is a libFuzzer program (preset
+// `fuzz`) and a test of the ordinary suite, which runs the corpus, the regression files and a fixed
+// number of mutations of them (replay.cpp).
+#ifndef TESTS_FUZZ_FUZZ_H_
+#define TESTS_FUZZ_FUZZ_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+class Input {
+ public:
+  Input(const uint8_t* data, size_t size) : data_(data), left_(size) {}
+
+  bool empty() const { return left_ == 0; }
+  size_t left() const { return left_; }
+  // 0 once the input is used up.
+  uint8_t Byte() {
+    if (left_ == 0) {
+      return 0;
+    }
+    --left_;
+    return *data_++;
+  }
+  uint32_t Word() {
+    uint32_t word = 0;
+    for (int n = 0; n < 4; ++n) {
+      word = word << 8 | Byte();
+    }
+    return word;
+  }
+  // 0..limit-1
+  size_t Below(size_t limit) { return Byte() % limit; }
+  // Up to the next line feed, which is taken too.
+  std::string Line() {
+    std::string line;
+    while (left_ != 0) {
+      const char c = static_cast<char>(Byte());
+      if (c == '\n') {
+        break;
+      }
+      line += c;
+    }
+    return line;
+  }
+
+ private:
+  const uint8_t* data_;
+  size_t left_;
+};
+
+#define FUZZ_CHECK(condition)                                                                      \
+  do {                                                                                             \
+    if (!(condition)) {                                                                            \
+      std::fprintf(stderr, "%s:%d: %s does not hold\n", __FILE__, __LINE__, #condition);           \
+      std::abort();                                                                                \
+    }                                                                                              \
+  } while (false)
+
+// One run over one input. Leaves nothing behind.
+void FuzzOne(Input& input);
+
+#endif  // TESTS_FUZZ_FUZZ_H_

@@ -1,0 +1,169 @@
+// Any order of the capture library's calls: configurations, every setter, tables up to 96 values, PCM
+// of any kind through any stage, reset, shutdown and a new start in memory of any alignment.
+#include <array>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "bcap.h"
+#include "bcap_inspect.h"
+#include "tests/fuzz/fuzz.h"
+
+namespace {
+
+using Setter = int (*)(bcap_handle_t, int32_t);
+constexpr Setter kSetters[] = {
+    bcap_pregain_boost_set,
+    bcap_postgain_boost_set,
+    bcap_postgain_out_target_set,
+    bcap_pregain_limiter_peak_set,
+    bcap_postgain_limiter_peak_set,
+    bcap_rnn_amount_set,
+    bcap_lev_amount_set,
+    bcap_lev_loudness_range_set,
+    bcap_rmx_amount_set,
+    bcap_bsep_resgain_attenuate_set,
+    bcap_sfe_amount_set,
+    bcap_peq_amount_set,
+    bcap_nfm_amount_set,
+    bcap_lrc_enable_set,
+    bcap_hpf_enable_set,
+    bcap_pregain_enable_set,
+    bcap_rnn_enable_set,
+    bcap_postgain_enable_set,
+    bcap_ldn_enable_set,
+    bcap_lev_enable_set,
+    bcap_deq_enable_set,
+    bcap_bsep_enable_set,
+    bcap_sfe_enable_set,
+    bcap_deq_metadata_output_set,
+    bcap_lev_metadata_output_set,
+    bcap_ldn_metadata_output_set,
+    bcap_selfie_mode_set,
+};
+
+using Stage = int (*)(bcap_handle_t, const bcap_buffer_desc_t*, const bcap_buffer_desc_t*, void*);
+constexpr Stage kStages[] = {bcap_pre_process, bcap_analysis_process, bcap_post_process};
+
+// An instance in memory of exactly the size asked for, at an offset from any alignment.
+class Library {
+ public:
+  explicit Library(Input& input) { Start(input); }
+  ~Library() { bcap_shutdown(handle_); }
+
+  void Start(Input& input) {
+    bcap_shutdown(handle_);
+    handle_ = nullptr;
+    const uint8_t choice = input.Byte();
+    bcap_config_t config{choice & 1 ? 44100u : 48000u, 512, choice / 2u % 4, 600};
+    if (choice >= 0xF0) {  // now and then one that is refused
+      config = {input.Word(), input.Byte() * 2u, input.Byte(), input.Word()};
+    }
+    const uint32_t bytes = bcap_query_memory(&config);
+    const uint32_t scratch_bytes = bcap_query_scratch(&config);
+    FUZZ_CHECK((bytes == 0) == (scratch_bytes == 0));
+    const size_t offset = input.Below(16);
+    memory_ = std::make_unique<char[]>(offset + bytes);
+    scratch_ = std::make_unique<char[]>(offset + scratch_bytes);
+    scratch_start_ = scratch_.get() + offset;
+    FUZZ_CHECK(bcap_init(&config, bytes == 0 ? nullptr : memory_.get() + offset, &handle_) == 0);
+    FUZZ_CHECK((handle_ != nullptr) == (bytes != 0));
+  }
+
+  void SetTable(Input& input) {
+    const uint8_t choice = input.Byte();
+    const int32_t count = static_cast<int32_t>(input.Byte() % 100) - 3;
+    std::vector<int32_t> values(count > 0 ? static_cast<size_t>(count) : 0);
+    for (int32_t& value : values) {
+      value = choice & 4 ? static_cast<int32_t>(input.Word()) : (input.Byte() - 128) * 5;
+    }
+    const int32_t* table = choice & 2 || values.empty() ? nullptr : values.data();
+    const int result = choice & 1 ? bcap_peq_band_gain_tuning_set(handle_, count, table)
+                                  : bcap_nfm_band_energy_tuning_set(handle_, count, table);
+    const int first_code = choice & 1 ? 12 : 14;
+    FUZZ_CHECK(result == 0 || result == 1 || result == first_code || result == first_code + 1);
+  }
+
+  void Process(Input& input) {
+    const Stage stage = kStages[input.Below(3)];
+    const uint8_t kind = input.Byte();
+    uint32_t noise = input.Byte() * 2654435761u + 1;
+    std::array<int16_t, 1024> pcm{};
+    for (size_t n = 0; n < pcm.size(); ++n) {
+      noise = noise * 1664525u + 1013904223u;
+      switch (kind % 5) {
+        case 0:
+          pcm[n] = static_cast<int16_t>(noise >> 16);
+          break;
+        case 1:
+          pcm[n] = n / 2 % (2u + kind) < 1u + kind / 2 ? 32767 : -32768;
+          break;
+        case 2:
+          pcm[n] = static_cast<int16_t>(kind * 128);
+          break;
+        case 3:
+          pcm[n] = n == kind * 4u ? -32768 : 0;
+          break;
+        default:
+          break;
+      }
+    }
+    std::array<int16_t, 1024> out{};
+    int16_t* in_channels[2] = {&pcm[0], kind & 64 ? nullptr : &pcm[1]};
+    int16_t* out_channels[2] = {&out[0], &out[1]};
+    const bcap_buffer_desc_t in{kind & 128 ? input.Byte() : 2u, 2, 4, in_channels};
+    const bcap_buffer_desc_t to{2, 2, 4, kind & 32 ? in_channels : out_channels};
+    const int result = stage(handle_, &in, &to, scratch_start_);
+    FUZZ_CHECK(result == 0 || result == 1 || result == 6 || result == 10);
+  }
+
+  void Check() {
+    bcap::Parameters parameters;
+    if (bcap::inspect_parameters(handle_, parameters)) {
+      for (const bcap::BandTable* table :
+           {&parameters.peq_band_gain, &parameters.nfm_band_energy}) {
+        FUZZ_CHECK(table->guard_before == 0x5AFE57A7u && table->guard_after == 0x5AFE57A7u);
+      }
+    }
+  }
+
+  bcap_handle_t handle() const { return handle_; }
+
+ private:
+  bcap_handle_t handle_ = nullptr;
+  std::unique_ptr<char[]> memory_;
+  std::unique_ptr<char[]> scratch_;
+  char* scratch_start_ = nullptr;
+};
+
+}  // namespace
+
+void FuzzOne(Input& input) {
+  Library library(input);
+  while (!input.empty()) {
+    switch (input.Below(8)) {
+      case 0:
+        library.Start(input);
+        break;
+      case 1:
+        library.SetTable(input);
+        break;
+      case 2:
+        bcap_reset(library.handle());
+        break;
+      case 3:
+      case 4: {
+        const Setter set = kSetters[input.Below(sizeof(kSetters) / sizeof(kSetters[0]))];
+        const uint8_t small = input.Byte();
+        const auto value = small == 0xFF ? static_cast<int32_t>(input.Word()) : (small - 128) * 4;
+        const int result = set(library.handle(), value);
+        FUZZ_CHECK(result == (library.handle() == nullptr ? 1 : 0));
+        break;
+      }
+      default:
+        library.Process(input);
+        break;
+    }
+    library.Check();
+  }
+}

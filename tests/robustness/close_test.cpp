@@ -1,0 +1,303 @@
+// Closing a stream while something is under way in it: a read in the start wait, in the port or in
+// processing, callbacks before, during and after, another open. Reader and closer meet at random
+// offsets; the sanitizers watch.
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <hardware/audio.h>
+
+#include "binaural_record/binaural_record_if.h"
+#include "tests/robustness/scripted_session.h"
+#include "tests/support/log_capture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using scripted_session::Answer;
+using scripted_session::Current;
+using scripted_session::LastRegistration;
+using vendor::corva::bluetooth_audio_extend::SessionParams;
+using vendor::corva::bluetooth_audio_extend::Status;
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t kReadBytes = 2048;  // one block
+constexpr int kIterations = 2500;    // of each of the four positions
+
+// Something that has happened or not; waiting for it has an end.
+class Event {
+ public:
+  void Set() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    set_ = true;
+    changed_.notify_all();
+  }
+  void Clear() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    set_ = false;
+  }
+  bool Wait(std::chrono::seconds limit = 60s) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, limit, [this] { return set_; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool set_ = false;
+};
+
+class Closing : public testing::Test {
+ protected:
+  Closing() {
+    scripted_session::Reset();
+    hw_device_t* opened = nullptr;
+    HMI.methods->open(&HMI, AUDIO_HARDWARE_INTERFACE, &opened);
+    device_ = reinterpret_cast<audio_hw_device*>(opened);
+    device_->set_parameters(device_, "binaural_recording_algorithmMode=1");  // the cheaper chain
+  }
+  ~Closing() override {
+    device_->common.close(&device_->common);
+    scripted_session::Reset();
+  }
+
+  audio_stream_in* Open() {
+    audio_config config{};
+    audio_stream_in* stream = nullptr;
+    EXPECT_EQ(device_->open_input_stream(device_, 13, AUDIO_DEVICE_IN_PROXY, &config, &stream,
+                                         AUDIO_INPUT_FLAG_NONE, "", AUDIO_SOURCE_CAMCORDER),
+              0);
+    return stream;
+  }
+
+  void Close(audio_stream_in* stream) {
+    const auto begin = Clock::now();
+    device_->close_input_stream(device_, stream);
+    longest_close_ = std::max(longest_close_, Clock::now() - begin);
+  }
+
+  static ssize_t Read(audio_stream_in* stream) {
+    std::vector<uint8_t> pcm(kReadBytes);
+    return stream->read(stream, pcm.data(), pcm.size());
+  }
+
+  // Opens, reads on a second thread until a read fails, closes at a random moment after `reached`.
+  void RaceReaderAgainstClose(Event& reached) {
+    std::mt19937 random(1);
+    std::uniform_int_distribution<int> spins(0, 2000);
+    audio_stream_in* volatile stream = nullptr;
+    Event opened;
+    Event ended;
+    std::atomic<bool> quit{false};
+    std::thread reader([&] {
+      while (opened.Wait() && !quit) {
+        opened.Clear();
+        while (Read(stream) > 0) {
+        }
+        ended.Set();
+      }
+    });
+    for (int n = 0; n < kIterations; ++n) {
+      reached.Clear();
+      ended.Clear();
+      stream = Open();
+      opened.Set();
+      ASSERT_TRUE(reached.Wait());
+      for (volatile int spin = spins(random); spin > 0; spin = spin - 1) {
+      }
+      Close(stream);
+      ASSERT_TRUE(ended.Wait());
+      // The framework may still load an operation from the closed stream's memory.
+      ASSERT_EQ(Read(stream), 0);
+    }
+    quit = true;
+    opened.Set();
+    reader.join();
+    EXPECT_LT(longest_close_, 4s) << "the close did not wake what it waited for";
+  }
+
+  LogCapture log_{ANDROID_LOG_FATAL};
+  audio_hw_device* device_ = nullptr;
+  Clock::duration longest_close_{};
+};
+
+TEST_F(Closing, WakesAReadThatWaitsForTheStart) {
+  Event reached;
+  Current().on_start = [&] {
+    reached.Set();
+    return true;  // and no answer
+  };
+  RaceReaderAgainstClose(reached);
+}
+
+TEST_F(Closing, MeetsTheAnswerToTheStart) {
+  Event reached;
+  Event requested;
+  std::atomic<bool> quit{false};
+  std::thread session([&] {
+    while (requested.Wait() && !quit) {
+      requested.Clear();
+      const auto registration = LastRegistration();
+      reached.Set();
+      Answer(registration, Status::SUCCESS);
+    }
+  });
+  Current().on_start = [&] {
+    requested.Set();
+    return true;
+  };
+  RaceReaderAgainstClose(reached);
+  quit = true;
+  requested.Set();
+  session.join();
+}
+
+TEST_F(Closing, WakesAReadThatWaitsInThePort) {
+  Event reached;
+  Event stopped;
+  Current().on_start = [&] {
+    stopped.Clear();
+    Answer(LastRegistration(), Status::SUCCESS);
+    return true;
+  };
+  Current().on_stop = [&] { stopped.Set(); };
+  Current().on_read = [&](void*, size_t) -> size_t {
+    reached.Set();
+    stopped.Wait();
+    return 0;
+  };
+  RaceReaderAgainstClose(reached);
+}
+
+TEST_F(Closing, WaitsForAReadThatProcesses) {
+  Event reached;
+  std::atomic<bool> stopped{false};
+  Current().on_start = [&] {
+    stopped = false;
+    Answer(LastRegistration(), Status::SUCCESS);
+    return true;
+  };
+  Current().on_stop = [&] { stopped = true; };
+  Current().on_read = [&](void*, size_t bytes) {
+    reached.Set();
+    return stopped ? 0 : bytes;
+  };
+  RaceReaderAgainstClose(reached);
+}
+
+TEST_F(Closing, KeepsTheMemoryOfAReadThatNeverComesBack) {
+  log_.SetMinimumPriority(ANDROID_LOG_ERROR);
+  Event reached;
+  Event released;
+  Current().on_read = [&](void*, size_t bytes) {
+    reached.Set();
+    released.Wait();
+    return bytes;
+  };
+  audio_stream_in* stream = Open();
+  ssize_t read_result = -1;
+  std::thread reader([&] { read_result = Read(stream); });
+  ASSERT_TRUE(reached.Wait());
+  Close(stream);
+  EXPECT_GE(longest_close_, 5s);
+  EXPECT_LT(longest_close_, 10s);
+  EXPECT_THAT(log_.TakeErrors("BinauralRecordHalStream"),
+              testing::ElementsAre(testing::EndsWith("its memory is quarantined")));
+
+  // Another stream lives meanwhile; the late read finds its own stream gone and nothing else.
+  audio_stream_in* next = Open();
+  released.Set();
+  reader.join();
+  EXPECT_NE(read_result, -1);
+  EXPECT_EQ(Read(stream), 0);
+  Close(next);
+}
+
+TEST_F(Closing, LeavesAStreamThatIsOpenedMeanwhileItsAlgorithm) {
+  Event stopping;
+  Event opened;
+  Current().on_stop = [&] {
+    stopping.Set();
+    opened.Wait();
+  };
+  audio_stream_in* first = Open();
+  ASSERT_EQ(Read(first), 2048);
+  std::thread closer([&] { Close(first); });
+  ASSERT_TRUE(stopping.Wait());
+  audio_stream_in* second = Open();
+  opened.Set();
+  closer.join();
+  EXPECT_EQ(Read(second), 2048);
+  EXPECT_EQ(device_->set_parameters(device_, "binaural_recording_mirror=false"), 0);
+  Close(second);
+}
+
+void CallEverything(const std::shared_ptr<const scripted_session::Registration>& registration) {
+  if (registration == nullptr) {
+    return;
+  }
+  const auto& callbacks = registration->callbacks;
+  callbacks.session_params_cb(registration->cookie, SessionParams{});
+  callbacks.control_result_cb(registration->cookie, true, Status::SINK_NOT_READY);
+  callbacks.control_result_cb(static_cast<uint16_t>(registration->cookie + 1), true,
+                              Status::SUCCESS);
+  callbacks.session_changed_cb(registration->cookie);
+}
+
+TEST_F(Closing, OutlivesCallbacksFromTwoThreadsAndFromInsideEveryCall) {
+  std::atomic<bool> quit{false};
+  // Each keeps calling the last registration it saw, also when its port has gone.
+  const auto hammer = [&quit] {
+    while (!quit) {
+      const auto registration = LastRegistration();
+      for (int n = 0; n < 20 && !quit; ++n) {
+        CallEverything(registration);
+      }
+    }
+  };
+  std::thread first_session(hammer);
+  std::thread second_session(hammer);
+  const auto from_inside = [] { CallEverything(LastRegistration()); };
+  Current().on_register = [&]() -> uint16_t {
+    from_inside();
+    return LastRegistration()->cookie;
+  };
+  Current().on_start = [&] {
+    from_inside();
+    Answer(LastRegistration(), Status::SUCCESS);
+    return false;  // no waiting for an answer that a session change may have undone
+  };
+  Current().on_stop = from_inside;
+  Current().on_unregister = from_inside;
+  for (int n = 0; n < kIterations; ++n) {
+    audio_stream_in* stream = Open();
+    stream->start(stream);
+    stream->common.set_parameters(&stream->common, "RecordSuspended=true");
+    Close(stream);
+  }
+  quit = true;
+  first_session.join();
+  second_session.join();
+}
+
+TEST_F(Closing, LetsTheSessionWaitForItsCallbacks) {
+  // A session that calls back from its own thread and does not return from the call before that.
+  const auto from_another_thread = [] { std::thread(CallEverything, LastRegistration()).join(); };
+  Current().on_stop = from_another_thread;
+  Current().on_unregister = from_another_thread;
+  audio_stream_in* stream = Open();
+  ASSERT_EQ(Read(stream), 2048);
+  Close(stream);
+  EXPECT_LT(longest_close_, 4s);
+}
+
+}  // namespace

@@ -1,0 +1,278 @@
+#include "tests/robustness/interposer.h"
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <pthread.h>
+#include <stddef.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/types.h>
+#include <sys/uio.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <new>
+
+namespace {
+
+struct Failing {
+  uint64_t nth;
+  bool for_good;
+  uint64_t seen;
+};
+
+thread_local Failing t_failing;
+std::atomic<int64_t> g_live_blocks;
+
+// Counts one allocation of this thread; true when it is to fail.
+bool Refuse() {
+  if (t_failing.nth == interposer::kNever) {
+    return false;
+  }
+  ++t_failing.seen;
+  return t_failing.seen == t_failing.nth || (t_failing.for_good && t_failing.seen > t_failing.nth);
+}
+
+void* Counted(void* block) {
+  if (block == nullptr) {
+    errno = ENOMEM;
+  } else {
+    ++g_live_blocks;
+  }
+  return block;
+}
+
+}  // namespace
+
+namespace interposer {
+
+FailingAllocations::FailingAllocations(uint64_t nth, Extent extent) {
+  t_failing = {nth, extent == Extent::kForGood, 0};
+}
+
+FailingAllocations::~FailingAllocations() {
+  t_failing = {};
+}
+
+bool FailingAllocations::reached() const {
+  return t_failing.seen >= t_failing.nth;
+}
+
+int64_t LiveBlocks() {
+  return g_live_blocks;
+}
+
+}  // namespace interposer
+
+#if defined(BINAURAL_TEST_SANITIZED)
+
+extern "C" {
+void* __real_malloc(size_t bytes);
+void* __real_calloc(size_t count, size_t bytes);
+char* __real_strdup(const char* text);
+}
+
+// operator new of the whole program, and the malloc family as the product's objects call it.
+void* operator new(size_t bytes) {
+  void* block = Refuse() ? nullptr : __real_malloc(bytes);
+  if (Counted(block) == nullptr) {
+    throw std::bad_alloc();
+  }
+  return block;
+}
+
+void* operator new(size_t bytes, const std::nothrow_t&) noexcept {
+  return Refuse() ? nullptr : Counted(__real_malloc(bytes));
+}
+
+void operator delete(void* block) noexcept {
+  g_live_blocks -= block != nullptr;
+  free(block);
+}
+void operator delete(void* block, size_t) noexcept {
+  operator delete(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept {
+  operator delete(block);
+}
+
+extern "C" {
+void* __wrap_malloc(size_t bytes) {
+  return Refuse() ? nullptr : __real_malloc(bytes);
+}
+void* __wrap_calloc(size_t count, size_t bytes) {
+  return Refuse() ? nullptr : __real_calloc(count, bytes);
+}
+char* __wrap_strdup(const char* text) {
+  return Refuse() ? nullptr : __real_strdup(text);
+}
+}
+
+#else
+
+namespace {
+
+struct Watching {
+  bool on;
+  interposer::Deeds deeds;
+};
+thread_local Watching t_watching;
+
+void Note(uint64_t interposer::Deeds::*deed) {
+  if (t_watching.on) {
+    ++(t_watching.deeds.*deed);
+  }
+}
+
+// The C library's function of that name, behind ours.
+class NextFunction {
+ public:
+  explicit constexpr NextFunction(const char* name) : name_(name) {}
+
+  template <typename Result, typename... Arguments>
+  Result Call(Arguments... arguments) {
+    void* address = address_;
+    if (address == nullptr) {
+      address = dlsym(RTLD_NEXT, name_);
+      address_ = address;
+    }
+    return reinterpret_cast<Result (*)(Arguments...)>(address)(arguments...);
+  }
+
+ private:
+  const char* name_;
+  std::atomic<void*> address_{nullptr};
+};
+
+NextFunction g_pthread_mutex_lock("pthread_mutex_lock");
+NextFunction g_pthread_cond_wait("pthread_cond_wait");
+NextFunction g_pthread_cond_clockwait("pthread_cond_clockwait");
+NextFunction g_usleep("usleep");
+NextFunction g_nanosleep("nanosleep");
+NextFunction g_read("read");
+NextFunction g_write("write");
+NextFunction g_writev("writev");
+
+}  // namespace
+
+namespace interposer {
+
+Watch::Watch() {
+  t_watching = {true, {}};
+}
+Watch::~Watch() {
+  t_watching.on = false;
+}
+Deeds Watch::deeds() const {
+  return t_watching.deeds;
+}
+
+}  // namespace interposer
+
+extern "C" {
+
+// The C library's allocator under the names that it keeps for programs that bring their own.
+void* __libc_malloc(size_t bytes);
+void* __libc_calloc(size_t count, size_t bytes);
+void* __libc_realloc(void* block, size_t bytes);
+void* __libc_memalign(size_t alignment, size_t bytes);
+void __libc_free(void* block);
+
+void* malloc(size_t bytes) noexcept {
+  Note(&interposer::Deeds::allocations);
+  return Counted(Refuse() ? nullptr : __libc_malloc(bytes));
+}
+
+void* calloc(size_t count, size_t bytes) noexcept {
+  Note(&interposer::Deeds::allocations);
+  return Counted(Refuse() ? nullptr : __libc_calloc(count, bytes));
+}
+
+void* realloc(void* block, size_t bytes) noexcept {
+  if (block != nullptr && bytes == 0) {
+    free(block);
+    return nullptr;
+  }
+  Note(&interposer::Deeds::allocations);
+  if (Refuse()) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  void* moved = __libc_realloc(block, bytes);
+  return block == nullptr ? Counted(moved) : moved;
+}
+
+void* memalign(size_t alignment, size_t bytes) noexcept {
+  Note(&interposer::Deeds::allocations);
+  return Counted(Refuse() ? nullptr : __libc_memalign(alignment, bytes));
+}
+
+void* aligned_alloc(size_t alignment, size_t bytes) noexcept {
+  return memalign(alignment, bytes);
+}
+
+int posix_memalign(void** block, size_t alignment, size_t bytes) noexcept {
+  *block = memalign(alignment, bytes);
+  return *block == nullptr ? ENOMEM : 0;
+}
+
+void free(void* block) noexcept {
+  if (block != nullptr) {
+    Note(&interposer::Deeds::frees);
+    --g_live_blocks;
+  }
+  __libc_free(block);
+}
+
+int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+  Note(&interposer::Deeds::lock_calls);
+  if (t_watching.on) {
+    const int result = pthread_mutex_trylock(mutex);
+    if (result != EBUSY) {
+      return result;
+    }
+    Note(&interposer::Deeds::waits);
+  }
+  return g_pthread_mutex_lock.Call<int>(mutex);
+}
+
+int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+  Note(&interposer::Deeds::waits);
+  return g_pthread_cond_wait.Call<int>(condition, mutex);
+}
+
+int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                           const timespec* until) {
+  Note(&interposer::Deeds::waits);
+  return g_pthread_cond_clockwait.Call<int>(condition, mutex, clock, until);
+}
+
+int usleep(useconds_t microseconds) {
+  Note(&interposer::Deeds::waits);
+  return g_usleep.Call<int>(microseconds);
+}
+
+int nanosleep(const timespec* duration, timespec* rest) {
+  Note(&interposer::Deeds::waits);
+  return g_nanosleep.Call<int>(duration, rest);
+}
+
+ssize_t read(int fd, void* buffer, size_t bytes) {
+  Note(&interposer::Deeds::file_calls);
+  return g_read.Call<ssize_t>(fd, buffer, bytes);
+}
+
+ssize_t write(int fd, const void* buffer, size_t bytes) {
+  Note(&interposer::Deeds::file_calls);
+  return g_write.Call<ssize_t>(fd, buffer, bytes);
+}
+
+ssize_t writev(int fd, const iovec* pieces, int count) {
+  Note(&interposer::Deeds::file_calls);
+  return g_writev.Call<ssize_t>(fd, pieces, count);
+}
+
+}  // extern "C"
+
+#endif

@@ -1,0 +1,458 @@
+"""Drives the real recorder from the outside: exit codes and messages, and what is left on the disk.
+
+Arguments: a module whose device does not open, a module of another class, a library that is no
+module, then the program, which may be several words where an emulator runs it.
+"""
+
+import errno
+import json
+import math
+import os
+import pty
+import re
+import resource
+import select
+import signal
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import wave
+
+REFUSING_MODULE, OTHER_CLASS, NO_MODULE = sys.argv[1:4]
+RECORDER = sys.argv[4:]
+PATIENCE_S = 60  # with a step that takes milliseconds on a machine at rest
+
+
+def read_wav(path):
+    """Rate, channels and samples, by a reader that is not the one that wrote the file."""
+    with wave.open(path) as file:
+        assert file.getsampwidth() == 2
+        data = file.readframes(file.getnframes())
+        return file.getframerate(), file.getnchannels(), struct.unpack(f"<{len(data) // 2}h", data)
+
+
+def write_wav(path, rate, frames, channels=2, width=2):
+    with wave.open(path, "w") as file:
+        file.setparams((channels, width, rate, 0, "NONE", ""))
+        tone = (int(3000 * math.sin(i * 0.1)) for i in range(frames))
+        file.writeframes(b"".join(struct.pack("<h", s) * channels for s in tone))
+
+
+def wait_until(condition, what):
+    deadline = time.monotonic() + PATIENCE_S
+    while not condition():
+        if time.monotonic() > deadline:
+            raise AssertionError(f"waited in vain for {what}")
+        time.sleep(0.01)
+
+
+class RecorderTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="record_program_")
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def script(self, *lines):
+        with open(self.path("fault.txt"), "w") as file:
+            file.write("\n".join(lines) + "\n")
+        return self.path("fault.txt")
+
+    def run_recorder(self, *args, code=0, **options):
+        """Runs to the end; the text on standard error."""
+        done = subprocess.run([*RECORDER, *args], cwd=self.folder, stderr=subprocess.PIPE,
+                              stdout=options.pop("stdout", subprocess.DEVNULL),
+                              timeout=2 * PATIENCE_S, **options)
+        text = done.stderr.decode()
+        self.assertEqual(done.returncode, code, f"{args}\n{text}")
+        return text
+
+    def start_recorder(self, *args, **options):
+        process = subprocess.Popen([*RECORDER, *args], cwd=self.folder, stderr=subprocess.PIPE,
+                                   stdout=options.pop("stdout", subprocess.DEVNULL), **options)
+        self.addCleanup(lambda: (process.poll() is None and process.kill(), process.wait(),
+                                 process.stderr.close()))
+        return process
+
+    def has_bytes(self, name, least):
+        return os.path.exists(self.path(name)) and os.path.getsize(self.path(name)) >= least
+
+
+class CommandLine(RecorderTest):
+    def test_what_cannot_be_meant_is_refused_in_words(self):
+        write_wav(self.path("in.wav"), 48000, 960)
+        with open(self.path("bad.txt"), "w") as file:
+            file.write("reads full\nreads sideways\n")
+        with open(self.path("text.wav"), "w") as file:
+            file.write("not a sound")
+        for args, fragments in [
+            ([], ["OUT is required", "--help"]),
+            (["--loudly", "out.wav"], ["--loudly"]),
+            (["-d", "0", "out.wav"], ['"0" is not a duration']),
+            (["-d", "1:75", "out.wav"], ['"1:75" is not a duration', "mm:ss"]),
+            (["--mode", "4", "out.wav"], ["--mode", "0 to 3"]),
+            (["--periods", "4", "out.wav"], ["--periods", "1 to 3"]),
+            (["--orientation", "up", "out.wav"], ["--orientation", "front"]),
+            (["--source", "choir", "out.wav"], ["--source", "scene"]),
+            (["--at", "soon", "a=b", "out.wav"], ['"soon" is not a time']),
+            (["--headset", "x;binaural_recording_algorithmMode=3", "out.wav"], ["--headset", '";"']),
+            (["--headset", "a=b", "out.wav"], ["--headset", '"="']),
+            (["-i", "in.wav", "--source", "tone", "out.wav"], ["--source", "excludes"]),
+            (["-q", "-v", "out.wav"], ["excludes"]),
+            (["-i", "missing.wav", "out.wav"], ['cannot read "missing.wav"']),
+            (["-i", "text.wav", "out.wav"], ["text.wav", "try: "]),
+            (["--coefficients", "missing.xml", "out.wav"], ['cannot read "missing.xml"']),
+            (["--fault", "missing.txt", "out.wav"], ['cannot read "missing.txt"']),
+            (["--fault", "bad.txt", "out.wav"], ["bad.txt:2: expected full"]),
+            (["--force", "-i", "in.wav", "in.wav"], ["in.wav", "overwritten while it is read"]),
+            (["--json", "out.wav", "out.wav"], ["same name"]),
+        ]:
+            with self.subTest(args=args):
+                text = self.run_recorder(*args, code=2)
+                for fragment in fragments:
+                    self.assertIn(fragment, text)
+                self.assertFalse(os.path.exists(self.path("out.wav")))
+
+    def test_help_and_version_go_to_standard_output(self):
+        for option, fragment in [("--help", b"Exit codes"), ("--version", b"binaural-record 1.")]:
+            done = subprocess.run([*RECORDER, option], capture_output=True, check=True)
+            self.assertIn(fragment, done.stdout)
+            self.assertEqual(done.stderr, b"")
+
+
+    def test_the_manual_page_knows_every_option_and_report_key(self):
+        page = os.path.join(os.path.dirname(__file__), "../../../docs/man/binaural-record.1")
+        with open(page) as file:
+            manual = file.read().replace("\\-", "-")
+        text = subprocess.run([*RECORDER, "--help"], capture_output=True, check=True).stdout.decode()
+        options = set(re.findall(r"--[a-z-]+", text))
+        self.assertGreater(len(options), 15)
+        self.run_recorder("--fast", "-d", "0.02", "--json", "r.json", "out.wav")
+        with open(self.path("r.json")) as file:
+            keys = json.load(file)
+        for word in sorted(options) + sorted(keys):
+            self.assertRegex(manual, re.escape(word) + r"\b", word)
+
+
+class Recording(RecorderTest):
+    def test_length_is_exact_to_the_frame(self):
+        for rate, duration, frames in [
+            ("48000", "0.001", 48), ("48000", "0.02", 960), ("48000", "0.0333", 1598),
+            ("48000", "0:01", 48000), ("44100", "1", 44100), ("44100", "0.5", 22050),
+        ]:
+            for periods in "123":
+                with self.subTest(rate=rate, duration=duration, periods=periods):
+                    self.run_recorder("--fast", "--force", "--rate", rate, "-d", duration,
+                                      "--periods", periods, "out.wav")
+                    got_rate, channels, samples = read_wav(self.path("out.wav"))
+                    self.assertEqual((got_rate, channels, len(samples)), (int(rate), 2, 2 * frames))
+
+    def test_sources_sound_as_they_should(self):
+        for source, loudest, quietest in [("scene", 0, -45), ("tone", 0, -40), ("silence", -60, None)]:
+            with self.subTest(source=source):
+                self.run_recorder("--fast", "-d", "3", "--source", source, "--json", source + ".json",
+                                  source + ".wav")
+                with open(self.path(source + ".json")) as file:
+                    for peak in json.load(file)["peak_dbfs"]:
+                        level = -200 if peak is None else peak
+                        self.assertLess(level, loudest)
+                        self.assertGreater(level, -201 if quietest is None else quietest)
+
+    def test_a_file_is_recorded_from_its_first_to_its_last_frame(self):
+        for rate, channels, frames in [(48000, 2, 12345), (44100, 2, 7), (48000, 1, 4800)]:
+            with self.subTest(rate=rate, channels=channels):
+                write_wav(self.path("in.wav"), rate, frames, channels)
+                self.run_recorder("--fast", "--force", "-i", "in.wav", "out.wav")
+                got_rate, got_channels, samples = read_wav(self.path("out.wav"))
+                self.assertEqual((got_rate, got_channels, len(samples)), (rate, 2, 2 * frames))
+
+    def test_silence_follows_a_file_that_is_too_short(self):
+        write_wav(self.path("in.wav"), 48000, 4800)
+        text = self.run_recorder("--fast", "-i", "in.wav", "-d", "1", "out.wav")
+        self.assertIn('"in.wav" is shorter than the recording; silence follows it', text)
+        self.assertEqual(len(read_wav(self.path("out.wav"))[2]), 2 * 48000)
+
+    def test_standard_output_carries_the_samples_of_the_file(self):
+        args = ["--fast", "-d", "0.5", "--source", "tone"]
+        done = subprocess.run([*RECORDER, *args, "-"], capture_output=True, check=True)
+        self.run_recorder(*args, "out.wav")
+        samples = read_wav(self.path("out.wav"))[2]
+        self.assertEqual(done.stdout, struct.pack(f"<{len(samples)}h", *samples))
+        self.assertIn(b"to standard output", done.stderr)
+
+    def test_the_same_command_gives_the_same_recording(self):
+        results = []
+        for name, pace in [("a.wav", ["--fast"]), ("b.wav", ["--fast"]), ("c.wav", [])]:
+            text = self.run_recorder(*pace, "-d", "1", "--at", "0.3", "binaural_recording_algorithmMode=1",
+                                     "--at", "0.6", "binaural_recording_algorithmMode=0", name)
+            self.assertIn('at 0.30 s: set "binaural_recording_algorithmMode=1"', text)
+            results.append(read_wav(self.path(name)))
+        self.assertEqual(results[0], results[1])
+        self.assertEqual(results[0], results[2])
+
+    def test_report(self):
+        self.run_recorder("--fast", "-d", "2", "--headset", "Nobody's", "--json", "report.json", "out.wav")
+        with open(self.path("report.json")) as file:
+            report = json.load(file)
+        for key, value in {
+            "outcome": "done", "exit_code": 0, "error": None, "frames": 96000, "duration_s": 2.0,
+            "failed_reads": 0, "reads": 100, "generation": "1.0", "sample_rate_hz": 48000, "channels": 2,
+            "pacing": "fast", "source": "scene", "output": "out.wav", "session_changes": 0,
+            "clipped_samples": 0, "port_state": "STARTED",
+            "sizes": {"period_bytes": 3840, "request_bytes": 3840, "device_buffer_bytes": 3840},
+        }.items():
+            self.assertEqual(report[key], value, key)
+        self.assertGreater(report["time_to_first_sample_ms"], 0)
+        self.assertGreater(report["integrated_loudness_lufs"], -60)
+        self.assertLess(report["integrated_loudness_lufs"], -10)
+
+    def test_existing_files_are_kept(self):
+        for name, args in [("out.wav", ["out.wav"]), ("r.json", ["--json", "r.json", "new.wav"])]:
+            with open(self.path(name), "w") as file:
+                file.write("precious")
+            text = self.run_recorder("--fast", "-d", "1", *args, code=7)
+            self.assertIn(f'"{name}" exists', text)
+            self.assertIn("--force", text)
+            with open(self.path(name)) as file:
+                self.assertEqual(file.read(), "precious")
+        self.run_recorder("--fast", "-d", "1", "--force", "--json", "r.json", "out.wav")
+        self.assertEqual(len(read_wav(self.path("out.wav"))[2]), 2 * 48000)
+
+
+class Endings(RecorderTest):
+    def test_a_killed_recording_is_valid(self):
+        for sent, code in [(signal.SIGKILL, -9), (signal.SIGINT, 0), (signal.SIGTERM, 0)]:
+            with self.subTest(signal=sent):
+                process = self.start_recorder("--force", "-d", "1:00", "--json", "r.json", "out.wav")
+                wait_until(lambda: self.has_bytes("out.wav", 20000), "audio in the file")
+                process.send_signal(sent)
+                text = process.communicate(timeout=PATIENCE_S)[1].decode()
+                self.assertEqual(process.returncode, code, text)
+                rate, channels, samples = read_wav(self.path("out.wav"))
+                self.assertEqual((rate, channels), (48000, 2))
+                size = os.path.getsize(self.path("out.wav"))
+                self.assertLessEqual(0, size - 44 - 2 * len(samples))
+                self.assertLessEqual(size - 44 - 2 * len(samples), 3840)
+                self.assertTrue(any(samples))
+                if code == 0:
+                    self.assertIn("Interrupted", text)
+                    with open(self.path("r.json")) as file:
+                        report = json.load(file)
+                    self.assertEqual(report["outcome"], "interrupted")
+                    self.assertEqual(2 * report["frames"], len(samples))
+                os.remove(self.path("out.wav"))
+
+    def test_ctrl_c_gets_through_to_a_headset_that_never_lets_go(self):
+        for name, lines in [("start", ["answer never"]), ("read", ["reads blocking"])]:
+            with self.subTest(wait=name):
+                process = self.start_recorder("-vv", "--fault", self.script(*lines), "out.wav")
+                wait_until(lambda: b"in_read" in process.stderr.readline(), "the first read")
+                began = time.monotonic()
+                process.send_signal(signal.SIGINT)
+                text = process.communicate(timeout=PATIENCE_S)[1].decode()
+                self.assertEqual(process.returncode, 0, text)
+                self.assertLess(time.monotonic() - began, 4)
+                self.assertFalse(os.path.exists(self.path("out.wav")))
+
+    def test_a_full_disk_leaves_a_valid_file(self):
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (100001, 100001))
+
+        text = self.run_recorder("--fast", "-d", "10", "out.wav", code=7, preexec_fn=limit)
+        self.assertIn('cannot write "out.wav" further: ' + os.strerror(errno.EFBIG), text)
+        self.assertIn("try: make room", text)
+        samples = read_wav(self.path("out.wav"))[2]
+        self.assertEqual(len(samples), 2 * ((100001 - 44) // 4))
+        self.assertEqual(os.path.getsize(self.path("out.wav")), 44 + 2 * len(samples))
+
+    def test_outputs_that_take_nothing(self):
+        for out, args in [("no/such/folder/out.wav", []), ("/dev/full", ["--force"]), ("-", [])]:
+            with self.subTest(out=out):
+                with open("/dev/full", "wb") as full:
+                    text = self.run_recorder("--fast", "-d", "1", *args, out, code=7, stdout=full)
+                self.assertIn("try: ", text)
+
+    def test_a_reader_that_goes_away_is_an_output_error(self):
+        process = self.start_recorder("--fast", "-d", "10", "-", stdout=subprocess.PIPE)
+        process.stdout.read(1000)
+        process.stdout.close()
+        text = process.stderr.read().decode()
+        self.assertEqual(process.wait(PATIENCE_S), 7)
+        self.assertIn("the program that was reading has ended", text)
+
+
+class Refusals(RecorderTest):
+    def test_modules_that_do_not_load_or_open(self):
+        for module, code, fragment in [
+            ("missing.so", 3, "missing.so"),
+            (NO_MODULE, 3, "HMI"),
+            (OTHER_CLASS, 3, '"sensors"'),
+            (REFUSING_MODULE, 4, "does not open its device (-12)"),
+        ]:
+            with self.subTest(module=module):
+                text = self.run_recorder("--module", module, "--json", "r.json", "--force", "out.wav",
+                                         code=code)
+                self.assertIn(fragment, text)
+                self.assertIn("try: ", text)
+                with open(self.path("r.json")) as file:
+                    report = json.load(file)
+                self.assertEqual((report["exit_code"], report["outcome"]), (code, "failed"))
+                self.assertIn(fragment, report["error"])
+
+    def test_sessions_that_give_no_stream(self):
+        not_ready = "absent, not ready, or accepts no client"
+        for lines, fragment in [
+            (["instance absent"], not_ready),
+            (["ready no"], not_ready),
+            (["register zero"], not_ready),
+            (["parameters RATE_16000 STEREO BITS_16"], "16000 Hz"),
+            (["parameters RATE_96000 STEREO BITS_16"], "96000 Hz"),
+            (["parameters RATE_48000 STEREO BITS_24"], "noise at full scale"),
+        ]:
+            with self.subTest(lines=lines):
+                text = self.run_recorder("--fault", self.script(*lines), "out.wav", code=5)
+                self.assertIn(fragment, text)
+                self.assertIn("try: ", text)
+                self.assertFalse(os.path.exists(self.path("out.wav")))
+
+    def test_a_file_of_another_rate_is_named(self):
+        write_wav(self.path("in.wav"), 16000, 1600)
+        text = self.run_recorder("-i", "in.wav", "out.wav", code=5)
+        self.assertIn("16000 Hz; the module processes 44100 and 48000 Hz only", text)
+
+    def test_noise_of_a_24_bit_session_is_recorded_when_forced(self):
+        script = self.script("parameters RATE_48000 STEREO BITS_24")
+        text = self.run_recorder("--fast", "--force", "-d", "1", "--fault", script, "out.wav")
+        self.assertIn("warning: the headset's session delivers 48000 Hz, 2 channels, 24 bit", text)
+        self.assertEqual(len(read_wav(self.path("out.wav"))[2]), 2 * 48000)
+
+    def test_streams_that_give_no_audio(self):
+        give_up = ["--fast", "--give-up", "0.5"]
+        for args, lines, fragments in [
+            ([], ["answer never"], ["never answered"]),
+            ([], ["answer FAILURE"], ["never answered"]),
+            ([], ["reads empty"], ["delivers nothing"]),
+            ([], ["reads blocking"], ["delivers nothing"]),
+            ([], ["start refused"], ["try: "]),
+            ([], ["parameters RATE_48000 MONO BITS_16"], ["warning: the headset's session is mono", "mono"]),
+            (["--mode", "2"], [], ["warning: the module accepts mode 2", "every read fails in mode 2"]),
+            (["--set", "a=b;binaural_recording_algorithmMode=3"], [], ["every read fails in mode 3"]),
+        ]:
+            with self.subTest(args=args, lines=lines):
+                text = self.run_recorder(*give_up, *args, "--fault", self.script(*lines), "out.wav", code=6)
+                for fragment in fragments:
+                    self.assertIn(fragment, text)
+                self.assertIn("no audio came", text)
+                self.assertFalse(os.path.exists(self.path("out.wav")))
+
+    def test_what_came_before_the_headset_fell_silent_stays(self):
+        script = self.script("at 1500ms reads empty")
+        text = self.run_recorder("--fast", "--give-up", "0.5", "--json", "r.json", "--fault", script,
+                                 "out.wav", code=6)
+        self.assertIn("no more audio came after 00:01.", text)
+        samples = read_wav(self.path("out.wav"))[2]
+        with open(self.path("r.json")) as file:
+            report = json.load(file)
+        self.assertEqual(2 * report["frames"], len(samples))
+        self.assertGreater(report["failed_reads"], 0)
+        self.assertGreater(len(samples), 0)
+
+
+class Faults(RecorderTest):
+    def test_a_short_fault_leaves_a_gap_in_time_not_in_the_file(self):
+        script = self.script("at 200ms reads empty", "at 400ms reads full")
+        self.run_recorder("--fast", "-d", "1", "--json", "r.json", "--fault", script, "out.wav")
+        with open(self.path("r.json")) as file:
+            report = json.load(file)
+        self.assertEqual(report["frames"], 48000)
+        self.assertGreater(report["failed_reads"], 0)
+
+    def test_a_session_that_changes_in_mid_stream_is_reported(self):
+        script = self.script("at 200ms parameters RATE_44100 STEREO BITS_16")
+        text = self.run_recorder("--fast", "-d", "2", "--json", "r.json", "--fault", script, "out.wav")
+        self.assertEqual(text.count("session changed from 48000 Hz"), 1)
+        self.assertIn("to 44100 Hz, 2 channels, 16 bit", text)
+        with open(self.path("r.json")) as file:
+            self.assertEqual(json.load(file)["session_changes"], 1)
+        self.assertEqual(read_wav(self.path("out.wav"))[0], 48000)
+
+    def test_a_wrong_mode_is_survived_when_it_is_healed_at_once(self):
+        text = self.run_recorder("--fast", "-d", "1", "--json", "r.json",
+                                 "--at", "0.3", "binaural_recording_algorithmMode=2",
+                                 "--at", "0.32", "binaural_recording_algorithmMode=0", "out.wav")
+        self.assertIn("warning: the module accepts mode 2", text)
+        with open(self.path("r.json")) as file:
+            report = json.load(file)
+        self.assertEqual(report["frames"], 48000)
+        self.assertGreater(report["failed_reads"], 0)
+
+    def test_parameters_that_come_too_late_or_do_nothing_are_named(self):
+        text = self.run_recorder("--fast", "-d", "1", "--at", "5", "late=1", "--set", "nothing",
+                                 "--at", "0.5", "binaural_recording_orientation=front", "--mirror", "out.wav")
+        for fragment in ['the recording ended before "late=1" was due', '"nothing" sets nothing',
+                         "taken up at the next change of mode only", "add --orientation front"]:
+            self.assertIn("warning: ", text)
+            self.assertIn(fragment, text)
+
+
+class Talking(RecorderTest):
+    def test_how_much_is_said(self):
+        forged = ["--headset", "x\x1b[2J\nE/Forged: line"]
+        for args, present, absent in [
+            (["-q"], [], ["Recording", "Done", "I/Binaural"]),
+            ([], ["Recording 00:00.2", "Done: 0.20 s, 9600 frames"], ["I/Binaural", "V/Binaural"]),
+            (["-v"], ["I/BinauralRecordIf: ", "I/BinauralRecordHalStream: "], ["V/Binaural", "D/Binaural"]),
+            (["-vv", *forged],
+             ["V/BinauralRecordAudioHw: ", "D/BinauralRecordHalStream: ", "btHeadsetName x\\x1b[2J"],
+             ["\nE/Forged"]),
+        ]:
+            with self.subTest(args=args):
+                text = self.run_recorder("--fast", "--force", "-d", "0.2", *args, "out.wav")
+                for fragment in present:
+                    self.assertIn(fragment, text)
+                for fragment in absent:
+                    self.assertNotIn(fragment, text)
+
+    def test_quiet_still_says_why_it_failed(self):
+        text = self.run_recorder("-q", "-i", "missing.wav", "out.wav", code=2)
+        self.assertIn("missing.wav", text)
+
+    def test_a_mode_change_works_however_little_is_shown(self):
+        # The module re-creates its algorithm inside an INFO line: hiding that must not lose the audio.
+        self.run_recorder("-q", "--fast", "-d", "1", "--at", "0.4", "binaural_recording_algorithmMode=1",
+                          "--json", "r.json", "out.wav")
+        with open(self.path("r.json")) as file:
+            report = json.load(file)
+        self.assertEqual((report["frames"], report["failed_reads"]), (48000, 0))
+
+    def test_the_line_on_a_terminal(self):
+        main, child = pty.openpty()
+        environment = dict(os.environ, TERM="xterm")
+        process = subprocess.Popen([*RECORDER, "-d", "1", "out.wav"], cwd=self.folder, stderr=child,
+                                   stdout=subprocess.DEVNULL, env=environment)
+        os.close(child)
+        text = b""
+        try:
+            while select.select([main], [], [], PATIENCE_S)[0]:
+                text += os.read(main, 4096)
+        except OSError as error:  # how a terminal ends
+            self.assertEqual(error.errno, errno.EIO)
+        os.close(main)
+        self.assertEqual(process.wait(PATIENCE_S), 0)
+        lines = [line for line in text.decode().split("\r\x1b[K") if "clips" in line]
+        self.assertGreater(len(lines), 3)
+        self.assertIn("STARTED", lines[-1])
+        for line in lines:
+            status = line.split("\r\n")[0]
+            self.assertRegex(status, r"^00:0\d\.\d/00:01\.0 +\d+% L\[=* *\] .* R\[=* *\] .*"
+                                     r" clips 0  failed 0")
+            self.assertLess(len(status), 80)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)

@@ -1,0 +1,62 @@
+"""The capture library's own blocks, called from Python; builds the shared library on first use."""
+import ctypes
+import os
+import subprocess
+
+import numpy as np
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+WORK = os.path.join(HERE, "work")
+SOURCES = [os.path.join(HERE, "capture_blocks.cpp")] + [
+    os.path.join(HERE, "..", "bcap", "src", name + ".cpp")
+    for name in ("transform", "band_layout", "noise_features")]
+BLOCK = 512
+LATENCY = 512  # of apply_gains
+
+
+def _load():
+    library = os.path.join(WORK, "capture_blocks.so")
+    headers = [os.path.join(HERE, "..", "bcap", "src", h) for h in os.listdir(os.path.join(HERE, "..", "bcap", "src"))]
+    if not os.path.exists(library) or os.path.getmtime(library) < max(map(os.path.getmtime, SOURCES + headers)):
+        os.makedirs(WORK, exist_ok=True)
+        fresh = library + str(os.getpid())
+        subprocess.run(["g++", "-std=c++17", "-O3", "-shared", "-fPIC", "-I" + os.path.join(HERE, "..", "bcap", "src"),
+                        *SOURCES, "-o", fresh], check=True)
+        os.replace(fresh, library)
+    return ctypes.CDLL(library)
+
+
+_lib = _load()
+BANDS = _lib.capture_band_count()
+FEATURES = _lib.capture_feature_count()
+
+
+def _pointer(x):
+    assert x.dtype == np.float32 and x.flags.c_contiguous
+    return x.ctypes.data_as(ctypes.POINTER(ctypes.c_float))
+
+
+def features(mix):
+    """(2, samples) -> (blocks, FEATURES)."""
+    blocks = mix.shape[1] // BLOCK
+    out = np.empty((blocks, FEATURES), np.float32)
+    _lib.capture_features(_pointer(mix[0]), _pointer(mix[1]), ctypes.c_size_t(blocks), _pointer(out))
+    return out
+
+
+def targets(clean, mix):
+    """-> (blocks, 3, BANDS): energy of clean, of mix, and what is common to both."""
+    blocks = mix.shape[1] // BLOCK
+    out = np.empty((blocks, 3, BANDS), np.float32)
+    _lib.capture_targets(_pointer(clean[0]), _pointer(clean[1]), _pointer(mix[0]), _pointer(mix[1]), ctypes.c_size_t(blocks),
+                         _pointer(out))
+    return out
+
+
+def apply_gains(mix, gains):
+    """(2, samples) times gains (blocks, BANDS) between transform and inverse, the latency removed."""
+    padded = np.ascontiguousarray(np.pad(mix, ((0, 0), (0, 2 * BLOCK - mix.shape[1] % BLOCK))).astype(np.float32))
+    blocks = padded.shape[1] // BLOCK
+    gains = np.ascontiguousarray(np.pad(gains, ((0, blocks - len(gains)), (0, 0)), mode="edge").astype(np.float32))
+    _lib.capture_apply_gains(_pointer(padded[0]), _pointer(padded[1]), ctypes.c_size_t(blocks), _pointer(gains))
+    return padded[:, LATENCY:LATENCY + mix.shape[1]]

@@ -1,0 +1,54 @@
+"""Writes the trained network as bcap/src/noise_network_weights.cpp: 8-bit rows with one scale each."""
+import os
+import sys
+
+import numpy as np
+import torch
+
+from capture_blocks import FEATURES, HERE, WORK
+from train import Network
+
+FEATURE_STEPS, ACTIVATION_STEPS = 2048.0, 16384.0
+
+
+def layer(weights, bias, steps):
+    """-> C++ initializer of a QuantizedLayer."""
+    w = weights.detach().numpy().astype(np.float64)
+    scale = np.maximum(np.abs(w).max(1), 1e-6) / 127
+    quantized = np.rint(w / scale[:, None]).astype(int)
+    quantized = np.pad(quantized, ((0, 0), (0, -w.shape[1] % 16)))
+    rows = ",\n".join("{" + ",".join(map(str, row)) + "}" for row in quantized)
+    floats = lambda values: "{{" + ",".join(f"{v:.6e}f" for v in values) + "}}"
+    return "{{{" + rows + "}},\n" + floats(scale / steps) + ",\n" + floats(bias.detach().numpy()) + "}"
+
+
+def gru(module, steps):
+    return "{" + layer(module.weight_ih_l0, module.bias_ih_l0, steps) + ",\n" + \
+        layer(module.weight_hh_l0, module.bias_hh_l0, ACTIVATION_STEPS) + "}"
+
+
+def expected_gains(network):
+    """What the inference must come to after 20 blocks of made-up features, for tests/bcap/noise_network_test.cpp."""
+    block, feature = np.mgrid[:20, :FEATURES]
+    features = torch.from_numpy((0.6 + 0.5 * np.sin(0.7 * feature + 0.3 * block)).astype(np.float32))
+    with torch.no_grad():
+        gains, _ = network(features[None])
+    return [round(float(g), 3) for g in gains[0, -1, ::8]]
+
+
+def main():
+    network = Network()
+    network.load_state_dict(torch.load(sys.argv[1] if len(sys.argv) > 1 else os.path.join(WORK, "network.pt")))
+    text = "// Written by training/export.py from a trained network; docs/noise-network.md tells of the training.\n" \
+        '#include "noise_network_weights.h"\n\nnamespace bcap {\n\n// clang-format off\n' \
+        "const NoiseNetworkWeights kNoiseNetworkWeights = {\n" + ",\n".join([
+            layer(network.dense.weight, network.dense.bias, FEATURE_STEPS), gru(network.gru1, ACTIVATION_STEPS),
+            gru(network.gru2, ACTIVATION_STEPS), layer(network.out.weight, network.out.bias, ACTIVATION_STEPS)]) + \
+        "};\n// clang-format on\n\n}  // namespace bcap\n"
+    with open(os.path.join(HERE, "..", "bcap", "src", "noise_network_weights.cpp"), "w") as file:
+        file.write(text)
+    print("gains of every eighth band for the test:", expected_gains(network))
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,133 @@
+"""Trains the noise-reduction network on the data of make_data.py; writes training/work/network.pt.
+
+Loss, per scene: how far the gains are from the best signal-to-distortion ratio (log of the remaining error
+energy), compressed magnitudes that weigh lost voice more than left noise, the gain itself (which teaches
+the pauses), and the level of the voice.
+"""
+import argparse
+import ctypes
+import json
+import os
+import time
+
+import numpy as np
+import torch
+from torch import nn
+
+from capture_blocks import BANDS, FEATURES, WORK
+
+DENSE, HIDDEN = 96, 80
+CHUNK = 312  # blocks, 3.3 s: how far back the gradient reaches; the state goes on
+
+
+class Network(nn.Module):
+    """features (batch, blocks, FEATURES) -> gains (batch, blocks, BANDS) in 0..1."""
+
+    def __init__(self):
+        super().__init__()
+        self.dense = nn.Linear(FEATURES, DENSE)
+        self.gru1 = nn.GRU(DENSE, HIDDEN, batch_first=True)
+        self.gru2 = nn.GRU(HIDDEN, HIDDEN, batch_first=True)
+        self.out = nn.Linear(2 * HIDDEN, BANDS)
+
+    def forward(self, features, state=(None, None)):
+        """-> gains, state after the last block"""
+        h1, first = self.gru1(torch.tanh(self.dense(features)), state[0])
+        h2, second = self.gru2(h1, state[1])
+        return torch.sigmoid(self.out(torch.cat([h1, h2], -1))), (first.detach(), second.detach())
+
+
+def normals(target):
+    """What a scene's losses are measured against: mean energy of the clean voice per block, and a mean amplitude per
+    band, half way between the band's own and that of all bands, so that the treble counts more than it weighs."""
+    root = torch.exp2(0.5 * target[:, :, 0])
+    clean, mix = (root * target[:, :, 1]).mean(1, keepdim=True), root.mean(1, keepdim=True)
+    bands = (clean * clean.mean(2, keepdim=True)).sqrt() + 0.1 * mix
+    return (root * target[:, :, 1]).pow(2).sum(2).mean(1) + 1e-9, bands
+
+
+def losses(gain, target, scene):
+    """-> (distortion, magnitude, gain, level) losses of a chunk of a batch; target as make_data.py writes it, scene:
+    normals() of the whole scenes."""
+    scene_clean, bands = scene[0] * gain.shape[1], scene[1]
+    x = torch.exp2(target[:, :, 0])  # energy of the mixture
+    amplitude, common = target[:, :, 1], target[:, :, 2]
+    clean = x * amplitude ** 2
+    whole = clean.sum((1, 2))
+    # log(error energy / clean energy): the negative of the ratio that is measured, in units of 10 dB
+    error = (x * (gain ** 2 - 2 * gain * common) + clean).sum((1, 2)).clamp_min(0) / scene_clean
+    distortion = torch.log10(error + 1e-3)
+    hardly = 0.05 * scene_clean
+    level = 20 * torch.log10(((gain * common * x).sum((1, 2)).clamp_min(0) + hardly) / (whole + hardly))
+    # Compressed magnitudes, against the scene's own mean.
+    amplitude_root, gain_root, x_root = (amplitude + 1e-4).sqrt(), (gain + 1e-4).sqrt(), x.sqrt().sqrt()
+    miss = (amplitude_root - gain_root) * x_root
+    magnitude = (miss ** 2 * (1 + 1.0 * (miss > 0)) / bands).mean((1, 2))
+    ideal = (0.5 * (common.clamp(0, 1) + amplitude.clamp(0, 1))).sqrt()
+    return distortion.mean(), magnitude.mean(), (gain_root - ideal).pow(2).mean(), (level.clamp_max(0) ** 2).mean()
+
+
+WEIGHTS = (1.0, 4.0, 2.0, 0.03)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--minutes", type=float, default=60)
+    parser.add_argument("--batch", type=int, default=32)
+    parser.add_argument("--rate", type=float, default=3e-3)
+    parser.add_argument("--start", help="state to begin with")
+    parser.add_argument("--name", default="network")
+    options = parser.parse_args()
+    torch.manual_seed(options.seed)
+    torch.set_num_threads(1)
+    # Keep freed memory: giving it back after each step costs as much time as the arithmetic.
+    libc = ctypes.CDLL("libc.so.6")
+    libc.mallopt(-3, 1 << 30)  # M_MMAP_THRESHOLD
+    libc.mallopt(-1, 2**31 - 1)  # M_TRIM_THRESHOLD
+    rng = np.random.default_rng(options.seed)
+    features = np.load(os.path.join(WORK, "features.npy"), mmap_mode="r")
+    targets = np.load(os.path.join(WORK, "targets.npy"), mmap_mode="r")
+    held_back = 96  # scenes that only tell how training goes
+    count = len(features) - held_back
+    batch_of = lambda at: (torch.from_numpy(features[at].astype(np.float32)), torch.from_numpy(targets[at].astype(np.float32)))
+    network = Network()
+    if options.start:
+        network.load_state_dict(torch.load(options.start))
+    optimizer = torch.optim.Adam(network.parameters(), lr=options.rate)
+    started, curve = time.time(), []
+    spent = lambda: (time.time() - started) / (60 * options.minutes)  # of the time given
+    while spent() < 1:
+        network.train()
+        order, total = rng.permutation(count), []
+        for at in range(0, count - options.batch + 1, options.batch):
+            x, y = batch_of(np.sort(order[at:at + options.batch]))
+            scene, state = normals(y), (None, None)
+            for chunk in range(0, x.shape[1] - CHUNK + 1, CHUNK):
+                # Rises over the first twentieth of the time, then falls along a cosine.
+                rate = min(spent() / 0.05, 0.5 + 0.5 * np.cos(np.pi * min(spent(), 1)))
+                for group in optimizer.param_groups:
+                    group["lr"] = options.rate * max(rate, 1e-3)
+                optimizer.zero_grad()
+                gain, state = network(x[:, chunk:chunk + CHUNK], state)
+                loss = sum(w * part for w, part in zip(WEIGHTS, losses(gain, y[:, chunk:chunk + CHUNK], scene)))
+                loss.backward()
+                nn.utils.clip_grad_norm_(network.parameters(), 1.0)
+                optimizer.step()
+                total.append(loss.item())
+        network.eval()
+        with torch.no_grad():
+            parts = []
+            for at in range(count, count + held_back, 32):
+                x, y = batch_of(np.arange(at, at + 32))
+                parts.append([p.item() for p in losses(network(x)[0], y, normals(y))])
+        curve.append([round(float(v), 4) for v in (np.mean(total), *np.mean(parts, 0))])
+        print(f"epoch {len(curve)}: {time.time() - started:.0f} s, training {curve[-1][0]}, held back {curve[-1][1:]}", flush=True)
+        torch.save(network.state_dict(), os.path.join(WORK, options.name + ".pt"))
+        with open(os.path.join(WORK, options.name + "-curve.json"), "w") as file:
+            json.dump({"seed": options.seed, "minutes": options.minutes, "batch": options.batch, "rate": options.rate,
+                       "scenes": count, "loss": ["training", "distortion", "magnitude", "gain", "level"], "curve": curve}, file)
+
+
+if __name__ == "__main__":
+    main()
