@@ -33,7 +33,7 @@ Failure StreamRefused(int result, const StreamFormat& format) {
           kLookAtLog};
 }
 
-Failure NoAudio(const StreamFormat& format, int mode, const std::string& port_state,
+Failure NoAudio(const StreamFormat& format, int mode, const std::string& port_state, bool started,
                 double recorded_s) {
   const std::string when =
       recorded_s > 0 ? "no more audio came after " + TimeText(recorded_s) : "no audio came";
@@ -46,7 +46,7 @@ Failure NoAudio(const StreamFormat& format, int mode, const std::string& port_st
     return {kNoAudio, when + ": every read fails in mode " + std::to_string(mode),
             "use mode 0 or 1"};
   }
-  if (port_state == "STARTING") {
+  if (port_state == "STARTING" && !started) {
     return {kNoAudio, when + ": the headset never answered the request to start with success",
             "check the --fault script; each attempt waits 4.5 s for the answer"};
   }

@@ -14,8 +14,9 @@ namespace tools {
 // `result` is that of open_input_stream, `format` what it left in the configuration.
 Failure StreamRefused(int result, const StreamFormat& format);
 
-// No read has delivered for longer than the recorder waits.
-Failure NoAudio(const StreamFormat& format, int mode, const std::string& port_state,
+// No read has delivered for longer than the recorder waits. `started`: the headset answered since,
+// for the module starts a session anew after each read that got nothing.
+Failure NoAudio(const StreamFormat& format, int mode, const std::string& port_state, bool started,
                 double recorded_s);
 
 }  // namespace tools

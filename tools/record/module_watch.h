@@ -3,6 +3,7 @@
 #ifndef TOOLS_RECORD_MODULE_WATCH_H
 #define TOOLS_RECORD_MODULE_WATCH_H
 
+#include <chrono>
 #include <string>
 
 namespace tools {
@@ -13,6 +14,8 @@ void WatchModuleLog(int priority, const char* tag, const char* text);
 // "tag: text" of the last line at ERROR; empty when there was none.
 std::string LastModuleError();
 std::string LastPortState();
+// When a read of a started session last got nothing; the clock's epoch when none did.
+std::chrono::steady_clock::time_point LastEmptyRead();
 
 }  // namespace tools
 

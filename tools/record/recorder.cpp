@@ -362,7 +362,8 @@ void Recorder::End() {
   }
   if (gave_up_ && !interrupted_) {
     throw NoAudio(report_.format, ModeInEffect(options_, capture_->parameters_sent()),
-                  report_.port_state, static_cast<double>(capture_->frames()) / RateHz());
+                  report_.port_state, LastEmptyRead() > capture_->last_audio(),
+                  static_cast<double>(capture_->frames()) / RateHz());
   }
   for (size_t i = capture_->parameters_sent(); i < options_.at.size(); ++i) {
     Warn("the recording ended before \"" + options_.at[i].parameters + "\" was due");

@@ -332,7 +332,7 @@ class Refusals(RecorderTest):
         self.assertEqual(len(read_wav(self.path("out.wav"))[2]), 2 * 48000)
 
     def test_streams_that_give_no_audio(self):
-        give_up = ["--fast", "--give-up", "0.5"]
+        give_up = ["--fast", "--give-up", "1"]
         for args, lines, fragments in [
             ([], ["answer never"], ["never answered"]),
             ([], ["answer FAILURE"], ["never answered"]),
