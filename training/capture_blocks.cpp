@@ -38,6 +38,13 @@ int capture_band_count() {
   return static_cast<int>(kNetworkBands);
 }
 
+// Of bands at 48 kHz, kNetworkBands + 1 of them.
+void capture_band_edges_hz(float* hz) {
+  for (size_t band = 0; band <= kNetworkBands; ++band) {
+    hz[band] = (band_layout(kSampleRateHz).edge[band] - 0.5f) * kSampleRateHz / kFrameSamples;
+  }
+}
+
 // What the network hears in `blocks` blocks at 48 kHz: features[blocks][kNetworkFeatures].
 void capture_features(const float* left, const float* right, size_t blocks, float* features) {
   auto analysis = std::make_unique<Analysis>();

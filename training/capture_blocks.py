@@ -31,6 +31,12 @@ BANDS = _lib.capture_band_count()
 FEATURES = _lib.capture_feature_count()
 
 
+def band_edges_hz():
+    edges = (ctypes.c_float * (BANDS + 1))()
+    _lib.capture_band_edges_hz(edges)
+    return list(edges)
+
+
 def _pointer(x):
     assert x.dtype == np.float32 and x.flags.c_contiguous
     return x.ctypes.data_as(ctypes.POINTER(ctypes.c_float))

@@ -1,13 +1,16 @@
-"""Makes the training data in training/work: a bank of voices, then scenes as the network hears them.
+"""Makes the training data in training/work: a bank of voices, then voices and noises at the ears, then mixtures of
+them as the network hears them.
 
 features.npy (scenes, blocks, features) and targets.npy (scenes, blocks, 3, bands), both float16. Targets:
 log2 of the mixture's energy, the amplitude of the clean voice against the mixture, and the part of the
 mixture that is common with the clean voice (the best gain in the sense of least squares).
 
-With --renew and another seed, new scenes of new voices replace those that are there, one by one; a training that
-runs meanwhile sees them as they come. Without it the network begins to know its 2300 scenes by heart.
+With --renew, new mixtures replace those that are there, again and again until it is stopped, and now and then a new
+voice or noise joins; a training that runs meanwhile sees them as they come. Without it the network begins to know its
+scenes by heart.
 """
 import argparse
+import multiprocessing
 import os
 import pickle
 import time
@@ -18,8 +21,12 @@ import capture_blocks
 import scenes
 from capture_blocks import BANDS, BLOCK, FEATURES, WORK
 
-SPEAKERS, UTTERANCES = 300, 6
-SECONDS = 10
+SPEAKERS, UTTERANCES = 240, 6
+SECONDS, NOISE_SECONDS = 10, 12  # a mixture takes any ten of the twelve
+PARTS = 1600  # voices, and as many noises
+MIXTURES_PER_NEW_PART = 5
+ANSWERS = 0.1
+HELD_BACK = 96  # mixtures at the end that only tell how training goes, never renewed
 
 
 def voice_bank(seed):
@@ -27,7 +34,7 @@ def voice_bank(seed):
     path = os.path.join(WORK, f"voices-{seed}.pickle")
     if not os.path.exists(path):
         rng = np.random.default_rng([seed, 1])
-        bank = [[scenes.training_voice(rng) for _ in range(UTTERANCES)] for _ in range(SPEAKERS)]
+        bank = [scenes.training_speaker(rng, UTTERANCES) for _ in range(SPEAKERS)]
         with open(path, "wb") as file:
             pickle.dump(bank, file)
     with open(path, "rb") as file:
@@ -40,27 +47,77 @@ def compact_targets(clean, mix):
     return np.stack([np.log2(x), np.sqrt(s / x).clip(0, 4), (common / x).clip(-4, 4)], 1)
 
 
+def store(name, *shape):
+    """An array in a file; without a shape the one that is there."""
+    return np.lib.format.open_memmap(os.path.join(WORK, name), *(["w+", np.float16, shape] if shape else ["r+"]))
+
+
+def make_part(seed, k, at, bank):
+    """Part k of the seed: even ones are voices, odd ones noises; it goes to place `at` of its kind."""
+    rng = np.random.default_rng([seed, 2, k])
+    room = scenes.Room(rng)
+    if k % 2 == 0:
+        store("voices.npy")[at] = scenes.voice_part(rng, SECONDS * scenes.FS, room, bank, answers=ANSWERS)
+    else:
+        store("noises.npy")[at] = scenes.noise_part(rng, NOISE_SECONDS * scenes.FS, room, bank)
+
+
+def make_mixture(seed, k, at):
+    rng = np.random.default_rng([seed, 3, k])
+    start = rng.integers((NOISE_SECONDS - SECONDS) * scenes.FS)
+    voice, noise = store("voices.npy"), store("noises.npy")
+    clean, noise = scenes.recorded(
+        rng, voice[rng.integers(len(voice))].astype(np.float32),
+        noise[rng.integers(len(noise)), :, start:start + SECONDS * scenes.FS].astype(np.float32), scenes.any_snr_db(rng))
+    mix = clean + noise
+    store("features.npy")[at], store("targets.npy")[at] = capture_blocks.features(mix), compact_targets(clean, mix)
+
+
+def in_parallel(jobs, function, count):
+    """Calls function(k) for every k below count, spread over that many processes."""
+    def share(first):
+        for k in range(count * first // jobs, count * (first + 1) // jobs):
+            function(k)
+
+    workers = [multiprocessing.Process(target=share, args=(first,)) for first in range(jobs)]
+    for worker in workers:
+        worker.start()
+    for worker in workers:
+        worker.join()
+        if worker.exitcode:
+            raise SystemExit("a worker failed")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--scenes", type=int, default=2400)
+    parser.add_argument("--jobs", type=int, default=2)
     parser.add_argument("--renew", action="store_true")
     options = parser.parse_args()
-    started = time.time()
-    bank = voice_bank(options.seed)
-    print(f"voices: {time.time() - started:.0f} s", flush=True)
+    seed, started = options.seed, time.time()
+    told = lambda what: print(f"{what}: {time.time() - started:.0f} s", flush=True)
+    bank = voice_bank(seed)
+    told("voices")
+    if options.renew:
+        count, k = len(store("features.npy")), 0
+        while True:
+            make_mixture(seed, k, k % (count - HELD_BACK))
+            if k % MIXTURES_PER_NEW_PART == 0:
+                part = k // MIXTURES_PER_NEW_PART
+                make_part(seed, part, part // 2 % PARTS, bank)
+            k += 1
+            if k % count == 0:
+                told(f"{k} mixtures renewed")
     blocks = SECONDS * scenes.FS // BLOCK
-    make = lambda name, *shape: np.lib.format.open_memmap(
-        os.path.join(WORK, name), *(["r+"] if options.renew else ["w+", np.float16, shape]))
-    features = make("features.npy", options.scenes, blocks, FEATURES)
-    targets = make("targets.npy", options.scenes, blocks, 3, BANDS)
-    for k in range(options.scenes):
-        clean, noise = scenes.scene(np.random.default_rng([options.seed, 2, k]), SECONDS, bank)
-        mix = clean + noise
-        features[k] = capture_blocks.features(mix)
-        targets[k] = compact_targets(clean, mix)
-        if k % 100 == 99:
-            print(f"{k + 1} scenes: {time.time() - started:.0f} s", flush=True)
+    store("voices.npy", PARTS, 2, SECONDS * scenes.FS)
+    store("noises.npy", PARTS, 2, NOISE_SECONDS * scenes.FS)
+    store("features.npy", options.scenes, blocks, FEATURES)
+    store("targets.npy", options.scenes, blocks, 3, BANDS)
+    in_parallel(options.jobs, lambda k: make_part(seed, k, k // 2, bank), 2 * PARTS)
+    told("parts")
+    in_parallel(options.jobs, lambda k: make_mixture(seed, k, k), options.scenes)
+    told("mixtures")
 
 
 if __name__ == "__main__":

@@ -65,28 +65,38 @@ def spoken(voice, text, speed=160, pitch=50):
     return resample_poly(x, FS // divisor, rate // divisor).astype(np.float32)
 
 
-def training_voice(rng):
-    """One utterance of a voice that training may use, its vocal tract and bandwidth varied."""
-    if rng.random() < 0.15:
-        x = spoken("flite:" + FLITE[rng.integers(len(FLITE))], sentence(rng))
-    else:
-        voice = LANGUAGES[rng.integers(len(LANGUAGES))] + "+" + VARIANTS[rng.integers(len(VARIANTS))]
-        x = spoken(voice, sentence(rng), int(rng.integers(110, 230)), int(rng.integers(10, 95)))
-    x = resample_poly(x, int(rng.integers(84, 119)), 100).astype(np.float32)
-    x /= np.sqrt(np.mean(x ** 2)) + 1e-9
-    if rng.random() < 0.6:  # the synthesisers end at 8 or 11 kHz, a real voice does not: move a copy up
-        spectrum = fft.rfft(x)
-        shift = int(5500 * len(x) / FS)
-        copy = np.zeros_like(spectrum)
-        for octave in (1, 2):
-            level = 10 ** (-rng.uniform(0, 15) / 20)
-            lo, hi = int(5000 * len(x) / FS), int(10500 * len(x) / FS)
-            copy[lo + octave * shift:hi + octave * shift] += level * spectrum[lo:hi]
-        x = fft.irfft(spectrum + copy, len(x)).astype(np.float32)
-    if rng.random() < 0.4:  # breath: noise that follows the voice
-        envelope = np.sqrt(oaconvolve(x ** 2, np.hanning(960) / 480, "same").clip(0)).astype(np.float32)
-        x += coloured(rng, len(x), -3)[0] * envelope * 10 ** (-rng.uniform(12, 30) / 20)
-    return x
+def training_speaker(rng, utterances):
+    """Utterances at unit power of one voice that training may use. Its vocal tract, timbre, bandwidth and breath are
+    varied, and its pitch and loudness waver, for synthesisers keep both steadier than people do."""
+    voice = "flite:" + FLITE[rng.integers(len(FLITE))] if rng.random() < 0.35 else \
+        LANGUAGES[rng.integers(len(LANGUAGES))] + "+" + VARIANTS[rng.integers(len(VARIANTS))]
+    speed, pitch = int(rng.integers(110, 230)), int(rng.integers(10, 95))
+    tract, timbre = int(rng.integers(84, 119)), rng.integers(1 << 32)
+    wavering, dynamics_db = rng.uniform(0, 0.02), rng.uniform(0, 4)
+    treble_db = -rng.uniform(0, 15, 2) if rng.random() < 0.6 else None
+    breath_db = -rng.uniform(12, 30) if rng.random() < 0.4 else None
+    speaker = []
+    for _ in range(utterances):
+        x = resample_poly(spoken(voice, sentence(rng), speed, pitch), tract, 100)
+        n = len(x)
+        pace = 1 + wavering * (rng.normal(size=n // 12000 + 3).repeat(12000)[:n] + 0.3 * rng.normal(size=n // 960 + 3).repeat(960)[:n])
+        x = np.interp(np.cumsum(oaconvolve(pace, np.hanning(960) / 480, "same")), np.arange(n), x, right=0).astype(np.float32)
+        x *= _course(rng, n, 3, dynamics_db)
+        x /= np.sqrt(np.mean(x ** 2)) + 1e-9
+        spectrum = fft.rfft(x) * response(fft.rfftfreq(n, 1 / FS), np.random.default_rng(timbre), 3)
+        if treble_db is not None:  # the synthesisers end at 4 to 11 kHz, a real voice does not: move a copy up
+            shift = int(5500 * n / FS)
+            copy = np.zeros_like(spectrum)
+            for octave in (1, 2):
+                lo, hi = int(5000 * n / FS), int(10500 * n / FS)
+                copy[lo + octave * shift:hi + octave * shift] += 10 ** (treble_db[octave - 1] / 20) * spectrum[lo:hi]
+            spectrum += copy
+        x = fft.irfft(spectrum, n).astype(np.float32)
+        if breath_db is not None:  # noise that follows the voice
+            envelope = np.sqrt(oaconvolve(x ** 2, np.hanning(960) / 480, "same").clip(0)).astype(np.float32)
+            x += coloured(rng, n, -3)[0] * envelope * 10 ** (breath_db / 20)
+        speaker.append(x / (np.sqrt(np.mean(x ** 2)) + 1e-9))
+    return speaker
 
 
 def response(frequency, rng, spread_db=4.0, tilt_db_per_octave=0.0):
@@ -282,7 +292,7 @@ def music(rng, n, room, voices):
 
 
 NOISES = (room_noise, babble, traffic, fan, wind, clatter, music)
-NOISE_ODDS = (0.28, 0.25, 0.12, 0.15, 0.06, 0.07, 0.07)
+NOISE_ODDS = (0.28, 0.30, 0.10, 0.14, 0.05, 0.05, 0.08)
 
 # --- scenes -----------------------------------------------------------------------------------------------------------
 
@@ -305,27 +315,35 @@ def active_power(x):
     return float(np.mean(e[e > np.percentile(e, 95) * 10 ** -3.5])) + 1e-12
 
 
-def scene(rng, seconds, voices, noise=None, snr_db=None, others=None, pause_s=None):
-    """-> clean, noise. voices: who speaks, a list of speakers, each a list of utterances; others: who babbles."""
-    others = others or voices
-    n = int(seconds * FS)
-    room = Room(rng)
+def _unit(sound):
+    return sound / (np.sqrt(np.mean(sound ** 2)) + 1e-9)
+
+
+def voice_part(rng, n, room, voices, pause_s=None, answers=0.2):
+    """-> (2, n): somebody speaks, now and then the wearer, and with the odds `answers` somebody else too."""
     own_voice = rng.random() < 0.12
     towards = np.array([0.85, 0, -0.53]) if own_voice else direction(rng, 20)
     clean = at_ears(talk(rng, n, voices, rng.choice([0.3, 0.8, 2.0]) if pause_s is None else pause_s),
                     room.impulse(rng, towards, 0.15 if own_voice else rng.uniform(0.5, 3), own_voice))
-    if rng.random() < 0.2:  # somebody answers
+    if rng.random() < answers:
         other = at_ears(talk(rng, n, voices, 2.5), room.impulse(rng, direction(rng, 20), rng.uniform(0.5, 3)))
         clean += other * 10 ** (rng.uniform(-10, 0) / 20)
-    kinds = [noise] if noise else list(rng.choice(NOISES, int(rng.choice([1, 2], p=[0.75, 0.25])), False, NOISE_ODDS))
+    return clean / np.sqrt(active_power(clean))
+
+
+def noise_part(rng, n, room, voices, kind=None):
+    """-> (2, n) of unit power: noise of the kind, or of one or two kinds by their odds."""
+    kinds = [kind] if kind else list(rng.choice(NOISES, int(rng.choice([1, 2], p=[0.75, 0.25])), False, NOISE_ODDS))
     sound = np.zeros((2, n), np.float32)
     for kind in kinds:
-        part = kind(rng, n, room, others)
-        sound += part / (np.sqrt(np.mean(part ** 2)) + 1e-9) * 10 ** (rng.uniform(-8, 0) / 20)
-    snr_db = rng.uniform(-5, 20) if snr_db is None else snr_db
-    clean = clean / np.sqrt(active_power(clean))
-    sound = sound / (np.sqrt(np.mean(sound ** 2)) + 1e-9) * 10 ** (-snr_db / 20)
-    # Colour of the microphones, their mismatch and their own noise.
+        sound += _unit(kind(rng, n, room, voices)) * 10 ** (rng.uniform(-8, 0) / 20)
+    return _unit(sound)
+
+
+def recorded(rng, clean, sound, snr_db):
+    """-> clean, noise as microphones at the ears give them: with their colour, mismatch, level and own noise."""
+    n = clean.shape[1]
+    sound = sound * 10 ** (-snr_db / 20)
     frequency = fft.rfftfreq(n, 1 / FS)
     colour = response(frequency, rng, 1.5, rng.uniform(-1.5, 1.5))
     clean, sound = (fft.irfft(fft.rfft(x, axis=-1) * colour, n, axis=-1) for x in (clean, sound))
@@ -334,3 +352,15 @@ def scene(rng, seconds, voices, noise=None, snr_db=None, others=None, pause_s=No
     clean, sound = clean * ears * level, sound * ears * level
     sound += coloured(rng, n, 0, 1, 2) * 10 ** (rng.uniform(-90, -62) / 20)
     return clean.astype(np.float32), sound.astype(np.float32)
+
+
+def any_snr_db(rng):
+    return rng.uniform(-5, 20)
+
+
+def scene(rng, seconds, voices, kind, snr_db, others, pause_s):
+    """-> clean, noise. voices: who speaks, a list of speakers, each a list of utterances; others: who babbles."""
+    n = int(seconds * FS)
+    room = Room(rng)
+    clean = voice_part(rng, n, room, voices, pause_s)
+    return recorded(rng, clean, noise_part(rng, n, room, others, kind), snr_db)

@@ -1,8 +1,11 @@
 """Trains the noise-reduction network on the data of make_data.py; writes training/work/network.pt.
 
 Loss, per scene: how far the gains are from the best signal-to-distortion ratio (log of the remaining error
-energy), compressed magnitudes that weigh lost voice more than left noise, the gain itself (which teaches
-the pauses), and the level of the voice.
+energy), compressed magnitudes that weigh lost voice more than left noise, the gain itself, the level of the voice,
+how intelligible it is, and how much noise is left in its pauses.
+
+Training on the intelligibility that is measured: M. Kolbaek, Z.-H. Tan and J. Jensen, "Monaural speech enhancement
+using deep neural networks by maximizing a short-time objective intelligibility measure", ICASSP 2018.
 """
 import argparse
 import ctypes
@@ -14,7 +17,9 @@ import numpy as np
 import torch
 from torch import nn
 
+import capture_blocks
 from capture_blocks import BANDS, FEATURES, WORK
+from make_data import HELD_BACK
 
 DENSE, HIDDEN = 96, 80
 CHUNK = 312  # blocks, 3.3 s: how far back the gradient reaches; the state goes on
@@ -28,13 +33,46 @@ class Network(nn.Module):
         self.dense = nn.Linear(FEATURES, DENSE)
         self.gru1 = nn.GRU(DENSE, HIDDEN, batch_first=True)
         self.gru2 = nn.GRU(HIDDEN, HIDDEN, batch_first=True)
-        self.out = nn.Linear(2 * HIDDEN, BANDS)
+        self.out = nn.Linear(2 * HIDDEN + DENSE, BANDS)
 
     def forward(self, features, state=(None, None)):
         """-> gains, state after the last block"""
-        h1, first = self.gru1(torch.tanh(self.dense(features)), state[0])
+        now = torch.tanh(self.dense(features))
+        h1, first = self.gru1(now, state[0])
         h2, second = self.gru2(h1, state[1])
-        return torch.sigmoid(self.out(torch.cat([h1, h2], -1))), (first.detach(), second.detach())
+        return torch.sigmoid(self.out(torch.cat([h1, h2, now], -1))), (first.detach(), second.detach())
+
+
+def third_octaves():
+    """(BANDS, 15) share of each band in the third octaves from 150 Hz that STOI hears in."""
+    edges = capture_blocks.band_edges_hz()
+    lows = 150 * 2 ** ((torch.arange(15) - 0.5) / 3)
+    highs = lows * 2 ** (1 / 3)
+    below, above = torch.tensor(edges[:-1])[:, None], torch.tensor(edges[1:])[:, None]
+    return ((torch.minimum(above, highs) - torch.maximum(below, lows)).clamp_min(0) / (above - below)).float()
+
+
+THIRD_OCTAVES = third_octaves()
+SEGMENT, SEGMENT_HOP = 36, 9  # blocks; 0.38 s, as STOI has it
+
+
+def unintelligibility(clean, enhanced):
+    """1 - STOI and 1 - ESTOI of energies (batch, blocks, BANDS), the blocks with a voice put together as there."""
+    clean, enhanced = ((e @ THIRD_OCTAVES).clamp_min(1e-12).sqrt() for e in (clean, enhanced))
+    level = clean.pow(2).sum(2)
+    silent = (level < 1e-4 * level.amax(1, keepdim=True)).int()
+    order = torch.argsort(silent, dim=1, stable=True)[:, :, None].expand(-1, -1, clean.shape[2])
+    a, b = (torch.gather(e, 1, order).unfold(1, SEGMENT, SEGMENT_HOP) for e in (clean, enhanced))  # (.., segments, 15, SEGMENT)
+    last = torch.arange(a.shape[1]) * SEGMENT_HOP + SEGMENT
+    counts = (last[None] <= (1 - silent).sum(1, keepdim=True)).float()
+    norm = lambda v, axis: (v.pow(2).sum(axis, keepdim=True) + 1e-9 * a.pow(2).mean() + 1e-20).sqrt()
+    unit = lambda v, axis: (v - v.mean(axis, keepdim=True)) / norm(v - v.mean(axis, keepdim=True), axis)
+    clipped = torch.minimum(b * norm(a, 3) / norm(b, 3), a * (1 + 10 ** 0.75))
+    stoi = (unit(a, 3) * unit(clipped, 3)).sum(3).mean(2)
+    columns = lambda v: (v - v.mean(2, keepdim=True)) / (v - v.mean(2, keepdim=True)).pow(2).sum(2, keepdim=True).add(1e-6).sqrt()
+    estoi = (columns(unit(a, 3)) * columns(unit(b, 3))).sum((2, 3)) / SEGMENT
+    mean = lambda v: ((1 - v) * counts).sum() / counts.sum().clamp_min(1)
+    return mean(stoi), mean(estoi)
 
 
 def normals(target):
@@ -47,7 +85,7 @@ def normals(target):
 
 
 def losses(gain, target, scene):
-    """-> (distortion, magnitude, gain, level) losses of a chunk of a batch; target as make_data.py writes it, scene:
+    """-> LOSSES of a chunk of a batch; target as make_data.py writes it, scene:
     normals() of the whole scenes."""
     scene_clean, bands = scene[0] * gain.shape[1], scene[1]
     x = torch.exp2(target[:, :, 0])  # energy of the mixture
@@ -64,10 +102,17 @@ def losses(gain, target, scene):
     miss = (amplitude_root - gain_root) * x_root
     magnitude = (miss ** 2 * (1 + 1.0 * (miss > 0)) / bands).mean((1, 2))
     ideal = (0.5 * (common.clamp(0, 1) + amplitude.clamp(0, 1))).sqrt()
-    return distortion.mean(), magnitude.mean(), (gain_root - ideal).pow(2).mean(), (level.clamp_max(0) ** 2).mean()
+    # What is left in the pauses, from 0.2 s after a voice to 50 ms before the next.
+    busy = (clean.sum(2) > 3e-5 * scene[0][:, None]).float()[:, None]
+    pause = 1 - nn.functional.max_pool1d(nn.functional.pad(busy, (19, 5)), 25, 1)[:, 0]
+    before, after = ((e.sum(2) * pause).sum(1) for e in (x, gain ** 2 * x))
+    left = torch.log10(after / (before + 1e-12) + 1e-3)[pause.sum(1) > 10]
+    return (distortion.mean(), magnitude.mean(), (gain_root - ideal).pow(2).mean(), (level.clamp_max(0) ** 2).mean(),
+            *unintelligibility(clean, gain ** 2 * x), left.mean() if len(left) else gain.sum() * 0)
 
 
-WEIGHTS = (1.0, 4.0, 2.0, 0.03)
+LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses")
+WEIGHTS = (1.0, 3.0, 2.0, 0.04, 1.5, 3.0, 0.15)
 
 
 def main():
@@ -88,12 +133,15 @@ def main():
     rng = np.random.default_rng(options.seed)
     features = np.load(os.path.join(WORK, "features.npy"), mmap_mode="r")
     targets = np.load(os.path.join(WORK, "targets.npy"), mmap_mode="r")
-    held_back = 96  # scenes that only tell how training goes
-    count = len(features) - held_back
+    count = len(features) - HELD_BACK
     batch_of = lambda at: (torch.from_numpy(features[at].astype(np.float32)), torch.from_numpy(targets[at].astype(np.float32)))
     network = Network()
     if options.start:
-        network.load_state_dict(torch.load(options.start))
+        state = torch.load(options.start)
+        for layer in ("dense.weight", "out.weight"):  # inputs that it does not know yet begin without a say
+            missing = network.state_dict()[layer].shape[1] - state[layer].shape[1]
+            state[layer] = nn.functional.pad(state[layer], (0, missing))
+        network.load_state_dict(state)
     optimizer = torch.optim.Adam(network.parameters(), lr=options.rate)
     started, curve = time.time(), []
     spent = lambda: (time.time() - started) / (60 * options.minutes)  # of the time given
@@ -118,7 +166,7 @@ def main():
         network.eval()
         with torch.no_grad():
             parts = []
-            for at in range(count, count + held_back, 32):
+            for at in range(count, count + HELD_BACK, 32):
                 x, y = batch_of(np.arange(at, at + 32))
                 parts.append([p.item() for p in losses(network(x)[0], y, normals(y))])
         curve.append([round(float(v), 4) for v in (np.mean(total), *np.mean(parts, 0))])
@@ -126,7 +174,7 @@ def main():
         torch.save(network.state_dict(), os.path.join(WORK, options.name + ".pt"))
         with open(os.path.join(WORK, options.name + "-curve.json"), "w") as file:
             json.dump({"seed": options.seed, "minutes": options.minutes, "batch": options.batch, "rate": options.rate,
-                       "scenes": count, "loss": ["training", "distortion", "magnitude", "gain", "level"], "curve": curve}, file)
+                       "scenes": count, "loss": ["training", *LOSSES], "curve": curve}, file)
 
 
 if __name__ == "__main__":

@@ -15,6 +15,9 @@ constexpr float kSilence = 1e-12f;
 constexpr float kLevelSmoothing = 0.7f;
 constexpr float kFloorFall = 0.3f;
 constexpr float kFloorRise = 0.004f;
+// The peak of a group is there within a few blocks and holds for some seconds, longer than a speaker pauses.
+constexpr float kPeakRise = 0.3f;
+constexpr float kPeakFall = 0.0015f;
 // Of the ears' spectra: slower gives a surer coherence, faster a fresher one.
 constexpr float kSpatialSmoothing = 0.65f;
 
@@ -24,6 +27,14 @@ constexpr float kCoherenceScale = 2.0f;
 
 void smooth(float& state, float value) {
   state = kSpatialSmoothing * state + (1.0f - kSpatialSmoothing) * value;
+}
+
+float group_mean(const std::array<float, kNetworkBands>& levels, size_t group) {
+  float sum = 0.0f;
+  for (size_t band = 0; band < kBandsPerGroup; ++band) {
+    sum += levels[kFirstGroupedBand + group * kBandsPerGroup + band];
+  }
+  return sum / static_cast<float>(kBandsPerGroup);
 }
 
 }  // namespace
@@ -41,6 +52,9 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
     started_ = true;
     smooth_level_ = level;
     floor_level_ = level;
+    for (size_t group = 0; group < kNetworkGroups; ++group) {
+      peak_level_[group] = group_mean(level, group);
+    }
   }
   float scene_floor = 0.0f;
   for (size_t band = 0; band < kNetworkBands; ++band) {
@@ -84,6 +98,16 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
     coherence[pair] = kCoherenceScale * cross / both;
     in_phase[pair] = kCoherenceScale * cross_re / both;
     level_difference[pair] = kLevelDifferenceScale * std::abs(std::log2(left) - std::log2(right));
+  }
+
+  float* peak = level_difference + kNetworkBandPairs;
+  float* against_peak = peak + kNetworkGroups;
+  for (size_t group = 0; group < kNetworkGroups; ++group) {
+    const float now = group_mean(smooth_level_, group);
+    const float rise = now - peak_level_[group];
+    peak_level_[group] += (rise > 0.0f ? kPeakRise : kPeakFall) * rise;
+    peak[group] = kLevelScale * (peak_level_[group] - group_mean(floor_level_, group));
+    against_peak[group] = kLevelScale * (now - peak_level_[group]);
   }
 }
 

@@ -1,7 +1,9 @@
 // What the noise-reduction network hears in one block: for each band how far its energy stands above the
-// band's own slow floor and above the floor of the whole scene; and for each pair of bands, from slightly
+// band's own slow floor and above the floor of the whole scene; for each pair of bands, from slightly
 // smoothed spectra of both ears, how coherent the ears are, how much of that is in phase, and how far
-// their levels differ. A near voice is coherent, diffuse noise is not.
+// their levels differ; and for each group of ten bands how far the loudest of the last seconds stands above
+// the floor, and how far the sound of now stays behind it. A near voice is coherent, diffuse noise is not;
+// a voice among voices is the loudest of them.
 //
 // All features are differences or ratios of levels, so the level of the recording does not matter; none
 // knows left from right, so exchanged ears give the same gains. They are defined on the bands of 48 kHz;
@@ -17,9 +19,14 @@ namespace bcap {
 
 constexpr size_t kNetworkBands = 73;  // the layout at 48 kHz
 constexpr size_t kNetworkBandPairs = (kNetworkBands + 1) / 2;
-constexpr size_t kNetworkFeatures = 2 * kNetworkBands + 3 * kNetworkBandPairs;
+// Groups of bands from 94 Hz to 22 kHz.
+constexpr size_t kNetworkGroups = 7;
+constexpr size_t kFirstGroupedBand = 2;
+constexpr size_t kBandsPerGroup = 10;
+constexpr size_t kNetworkFeatures = 2 * kNetworkBands + 3 * kNetworkBandPairs + 2 * kNetworkGroups;
 
-// Order: [above own floor][above scene floor] per band, [coherence][in phase][level difference] per pair.
+// Order: [above own floor][above scene floor] per band, [coherence][in phase][level difference] per pair,
+// [peak above floor][level against peak] per group.
 using NetworkFeatures = std::array<float, kNetworkFeatures>;
 
 class NoiseFeatures {
@@ -35,6 +42,7 @@ class NoiseFeatures {
   std::array<std::array<float, kNetworkBands>, kEars> smooth_energy_{};
   std::array<float, kNetworkBands> smooth_cross_re_{};
   std::array<float, kNetworkBands> smooth_cross_im_{};
+  std::array<float, kNetworkGroups> peak_level_{};  // log2 of energy, mean of a group's bands
 };
 
 }  // namespace bcap

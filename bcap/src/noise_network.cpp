@@ -90,10 +90,11 @@ void NoiseNetwork::Process(const NetworkFeatures& features, NetworkGains& gains)
   Quantized<kRecurrentUnits> first_steps;
   quantize(first_.data(), kRecurrentUnits, kActivationSteps, first_steps.values.data());
   apply(weights.second, first_steps, second_);
-  Quantized<2 * kRecurrentUnits> both;
-  quantize(first_.data(), kRecurrentUnits, kActivationSteps, both.values.data());
-  quantize(second_.data(), kRecurrentUnits, kActivationSteps, both.values.data() + kRecurrentUnits);
-  apply(weights.output, both, gains.data());
+  Quantized<2 * kRecurrentUnits + kDenseUnits> all;
+  quantize(first_.data(), kRecurrentUnits, kActivationSteps, all.values.data());
+  quantize(second_.data(), kRecurrentUnits, kActivationSteps, all.values.data() + kRecurrentUnits);
+  quantize(dense.data(), kDenseUnits, kActivationSteps, all.values.data() + 2 * kRecurrentUnits);
+  apply(weights.output, all, gains.data());
   for (float& gain : gains) {
     gain = sigmoid(gain);
   }

@@ -30,7 +30,7 @@ struct NoiseNetworkWeights {
   QuantizedLayer<kDenseUnits, kNetworkFeatures> dense;
   QuantizedGru<kDenseUnits, kRecurrentUnits> first;
   QuantizedGru<kRecurrentUnits, kRecurrentUnits> second;
-  QuantizedLayer<kNetworkBands, 2 * kRecurrentUnits> output;
+  QuantizedLayer<kNetworkBands, 2 * kRecurrentUnits + kDenseUnits> output;
 };
 
 // Scales of the 16-bit inputs that the exported row scales undo.

@@ -11,8 +11,9 @@ namespace {
 constexpr float kGainFloor = 0.04f;
 
 // Below about 1.6 kHz each bin has its own gain and most of the voice's energy lies: there gains are bent
-// away from the middle, which deepens the valleys between harmonics. Above, that would cost more
-// intelligibility than it takes noise, so it fades out across these bands.
+// away from the middle, which deepens the valleys between harmonics. All the way would cost more
+// intelligibility than it takes noise, and so it would above; it fades out across these bands.
+constexpr float kBent = 0.5f;
 constexpr size_t kBentFullyBelow = 25;
 constexpr size_t kBentNotFrom = 45;
 
@@ -28,7 +29,7 @@ constexpr float kNoVoiceGain = 0.1f;
 
 // The gain with the best ratio of voice to distortion is a little too low for the voice's level; this gives
 // half of it back, for 0.1 dB of that ratio.
-constexpr float kLift = 1.05f;
+constexpr float kLift = 1.08f;
 
 const BandLayout& network_layout() {
   return band_layout(48000);
@@ -94,9 +95,10 @@ void NoiseReduction::Shape(NetworkGains& gains) {
     // Close to gain * sin(gain * pi / 2), without the sine.
     const float square = gains[band] * gains[band];
     const float bent = square * (1.5f - 0.5f * square);
-    const float share = std::clamp((static_cast<float>(kBentNotFrom) - static_cast<float>(band)) /
-                                       static_cast<float>(kBentNotFrom - kBentFullyBelow),
-                                   0.0f, 1.0f);
+    const float share =
+        kBent * std::clamp((static_cast<float>(kBentNotFrom) - static_cast<float>(band)) /
+                               static_cast<float>(kBentNotFrom - kBentFullyBelow),
+                           0.0f, 1.0f);
     gains[band] += share * (bent - gains[band]);
     if (band >= kVoiceFrom && band < kVoiceTo) {
       mean += gains[band] / static_cast<float>(kVoiceTo - kVoiceFrom);

@@ -4,31 +4,18 @@
 #include <filesystem>
 #include <fstream>
 
+#include <sndfile.h>
+
 #include "binaural_record/binaural_record_if.h"
 #include "platform/host/binaural_host.h"
 #include "tests/support/headset_control.h"
 
 namespace {
 
-void Put32(std::string* out, uint32_t value) {
-  out->append(reinterpret_cast<const char*>(&value), 4);
-}
-
-// Canonical 16-bit stereo WAV; every machine this runs on is little-endian.
-std::string Wav(const std::vector<int16_t>& samples) {
-  const auto data_bytes = static_cast<uint32_t>(samples.size() * sizeof(int16_t));
-  std::string out = "RIFF";
-  Put32(&out, 36 + data_bytes);
-  out += "WAVEfmt ";
-  Put32(&out, 16);
-  Put32(&out, 0x00020001);  // PCM, two channels
-  Put32(&out, 48000);
-  Put32(&out, 48000 * 4);
-  Put32(&out, 0x00100004);  // 4 bytes a frame, 16 bits
-  out += "data";
-  Put32(&out, data_bytes);
-  out.append(reinterpret_cast<const char*>(samples.data()), data_bytes);
-  return out;
+void Use(virtual_headset::Source source, virtual_headset::Settings settings = {}) {
+  settings.source = source;
+  settings.pacing = virtual_headset::Pacing::kAsFastAsRead;
+  ConfigureHeadset(settings);
 }
 
 }  // namespace
@@ -38,10 +25,7 @@ ModuleFixture::ModuleFixture() {
   folder = mkdtemp(name.data());
   std::filesystem::create_directory(folder + "/etc");
   host_redirect("/odm", folder.c_str());
-  virtual_headset::Settings settings;
-  settings.source = virtual_headset::Source::kTone;
-  settings.pacing = virtual_headset::Pacing::kAsFastAsRead;
-  UseHeadset(settings);
+  Use(virtual_headset::Source::kTone);
   gAlgoVersion = 0;
   runtime() = {};
 }
@@ -54,26 +38,21 @@ ModuleFixture::~ModuleFixture() {
   std::filesystem::remove_all(folder);
 }
 
-void ModuleFixture::UseHeadset(const virtual_headset::Settings& settings) {
-  ConfigureHeadset(settings);
-}
-
 void ModuleFixture::UsePcm(const std::vector<int16_t>& samples) {
-  std::ofstream(folder + "/pcm.wav", std::ios::binary) << Wav(samples);
   virtual_headset::Settings settings;
-  settings.source = virtual_headset::Source::kWavFile;
   settings.wav_path = folder + "/pcm.wav";
   settings.at_end = virtual_headset::AtEnd::kNoData;
-  settings.pacing = virtual_headset::Pacing::kAsFastAsRead;
-  UseHeadset(settings);
+  SF_INFO info{0, 48000, 2, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0, 0};
+  SNDFILE* const file = sf_open(settings.wav_path.c_str(), SFM_WRITE, &info);
+  sf_write_short(file, samples.data(), static_cast<sf_count_t>(samples.size()));
+  sf_close(file);
+  Use(virtual_headset::Source::kWavFile, settings);
 }
 
 void ModuleFixture::UseParameters(const virtual_headset::PcmParameters& parameters) {
   virtual_headset::Settings settings;
-  settings.source = virtual_headset::Source::kTone;
-  settings.pacing = virtual_headset::Pacing::kAsFastAsRead;
   settings.parameters = parameters;
-  UseHeadset(settings);
+  Use(virtual_headset::Source::kTone, settings);
 }
 
 void ModuleFixture::Headset(const std::string& action) {
@@ -135,6 +114,14 @@ std::string ModuleFixture::GetStreamParameters(const std::string& keys) {
   const std::string copy = text;
   free(text);
   return copy;
+}
+
+std::vector<std::string> ModuleFixture::Lines(const std::string& tag) {
+  std::vector<std::string> texts;
+  for (const LoggedLine& line : log.Take(tag)) {
+    texts.push_back("??VDIWEF?"[line.priority] + (" " + line.text));
+  }
+  return texts;
 }
 
 std::string AllOffCoefficients() {

@@ -20,7 +20,6 @@ class ModuleFixture : public testing::Test {
   ~ModuleFixture() override;
 
   // --- Surroundings ---
-  void UseHeadset(const virtual_headset::Settings& settings);
   // Plays `samples` (interleaved stereo, 48 kHz), then nothing.
   void UsePcm(const std::vector<int16_t>& samples);
   void UseParameters(const virtual_headset::PcmParameters& parameters);
@@ -37,6 +36,9 @@ class ModuleFixture : public testing::Test {
   int SetParameters(const std::string& text);
   int SetStreamParameters(const std::string& text);
   std::string GetStreamParameters(const std::string& keys);
+
+  // The lines of one tag since the last call, as "I text".
+  std::vector<std::string> Lines(const std::string& tag);
 
   BinauralStreamInRuntimeParam& runtime() { return *record_get_runtime_parameters_1_0(); }
 
