@@ -28,7 +28,7 @@ constexpr float kVoiceFall = 0.08f;
 constexpr float kNoVoiceGain = 0.1f;
 
 // The gain with the best ratio of voice to distortion is a little too low for the voice's level; this gives
-// half of it back, for 0.1 dB of that ratio.
+// more than half of it back, for 0.1 dB of that ratio.
 constexpr float kLift = 1.08f;
 
 const BandLayout& network_layout() {
