@@ -67,12 +67,12 @@ class PortTest : public testing::Test {
     }
     return texts;
   }
-  void SetUp(BluetoothAudioPortIn& port) {
+  void SetUpPort(BluetoothAudioPortIn& port) {
     ASSERT_TRUE(port.SetUp(kProxyDevice));
     Lines();
   }
   void StartPort() {
-    SetUp(port_);
+    SetUpPort(port_);
     ASSERT_TRUE(port_.Start());
     Lines();
   }
@@ -149,7 +149,7 @@ TEST_F(PortTest, OperationsOnAPortThatIsNotInUseOnlyComplain) {
 
 TEST_F(PortTest, ALifeFromSetUpToTearDownIsLoggedLineByLine) {
   Script("answer SUCCESS early");
-  SetUp(port_);
+  SetUpPort(port_);
   Do("result SUCCESS");  // counts only while starting
   EXPECT_EQ(port_.GetState(), State::STANDBY);
   EXPECT_TRUE(port_.Start());
@@ -201,7 +201,7 @@ TEST_F(PortTest, ARefusedStartRequestEndsAtOnce) {
     SCOPED_TRACE(script);
     Restart();
     BluetoothAudioPortIn port;
-    SetUp(port);
+    SetUpPort(port);
     Do(script);
     EXPECT_FALSE(port.Start());
     EXPECT_EQ(Lines(), Log({"I Start: <1>, state=STANDBY, mono=false request",
@@ -218,7 +218,7 @@ TEST_F(PortTest, WithoutSuccessAStartLastsItsFullTime) {
   BluetoothAudioPortIn ports[3];
   std::thread starts[3];
   for (BluetoothAudioPortIn& port : ports) {
-    SetUp(port);
+    SetUpPort(port);
   }
   for (int i = 0; i < 3; ++i) {
     starts[i] = std::thread([&port = ports[i]] {
@@ -270,7 +270,7 @@ TEST_F(PortTest, EveryStateHasItsNameAndOnlyARunningStreamIsStopped) {
     SCOPED_TRACE(c.name);
     Restart();
     BluetoothAudioPortIn port;
-    SetUp(port);
+    SetUpPort(port);
     port.SetState(static_cast<State>(c.state));
     std::ostringstream text;
     text << port.GetState();
@@ -282,7 +282,7 @@ TEST_F(PortTest, EveryStateHasItsNameAndOnlyARunningStreamIsStopped) {
 }
 
 TEST_F(PortTest, OnlyStartingCanBeWaitedFor) {
-  SetUp(port_);
+  SetUpPort(port_);
   port_.SetState(State::STARTED);
   EXPECT_FALSE(port_.CondwaitState(State::STANDBY));
   EXPECT_TRUE(port_.CondwaitState(State::STARTING));  // true before any wait
@@ -292,7 +292,7 @@ TEST_F(PortTest, OnlyStartingCanBeWaitedFor) {
 
 TEST_F(PortTest, AbortStartEndsAWaitAndTakesTheRequestBack) {
   Script("answer never");
-  SetUp(port_);
+  SetUpPort(port_);
   const auto begin = steady_clock::now();
   std::thread starting([this] { EXPECT_FALSE(port_.Start()); });
   AwaitStarts(1);
@@ -314,7 +314,7 @@ TEST_F(PortTest, AbortStartEndsAWaitAndTakesTheRequestBack) {
 
 TEST_F(PortTest, AStartThatACloseOvertookLeavesNoStreamRunning) {
   // The close happens while StartStream is on its way: its own StopStream comes too early.
-  SetUp(port_);
+  SetUpPort(port_);
   PortStatusCallbacks closer{[](uint16_t, bool, const Status&) {}, [](uint16_t) {},
                              [this](uint16_t, const SessionParams&) {
                                port_.AbortStart();
@@ -341,7 +341,7 @@ TEST_F(PortTest, AStateSetWhileAResultIsHandledIsNotOverwritten) {
   setting = set = false;
   port = &port_;
   Script("answer never");
-  SetUp(port_);
+  SetUpPort(port_);
   port_.SetState(State::STARTING);
   __android_log_set_logger([](const __android_logger_data*, const char* message) {
     if (strstr(message, "previous_state=STARTING") == nullptr || setting.exchange(true)) {
@@ -378,7 +378,7 @@ TEST_F(PortTest, CallbacksAfterTheEndFindThePortGone) {
   Restart();
   {
     BluetoothAudioPortIn port;
-    SetUp(port);
+    SetUpPort(port);
     Do("instance replaced");
   }
   Lines();
@@ -414,7 +414,7 @@ TEST_F(PortTest, ConfigurationFollowsTheSession) {
       {"RATE_48000 STEREO BITS_UNKNOWN", false, false, 7, 7, 7},
       {nullptr, false, false, 7, 7, 7},  // no session
   };
-  SetUp(port_);
+  SetUpPort(port_);
   for (const auto& c : cases) {
     const std::string parameters = c.parameters == nullptr ? "" : c.parameters;
     SCOPED_TRACE(parameters);
