@@ -11,20 +11,16 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
+using Log = std::vector<std::string>;
 
 constexpr char kTag[] = "BinauralRecordAudioHw";
+constexpr char kStreamTag[] = "BinauralRecordHalStream";
 
 class Device : public ModuleFixture {
  protected:
   Device() { OpenDevice(); }
+  Log Lines() { return ModuleFixture::Lines(kTag); }
 };
-
-LoggedLine Info(const std::string& text) {
-  return {ANDROID_LOG_INFO, kTag, "adev_set_parameters_1_0" + text};
-}
-LoggedLine Error(const std::string& text) {
-  return {ANDROID_LOG_ERROR, kTag, "adev_set_parameters_1_0" + text};
-}
 
 TEST_F(Device, HasNoOutputVolumeOrMute) {
   log.SetMinimumPriority(ANDROID_LOG_VERBOSE);
@@ -32,13 +28,12 @@ TEST_F(Device, HasNoOutputVolumeOrMute) {
   bool flag = true;
   audio_stream_out* out = nullptr;
   EXPECT_EQ(device->init_check(device), 0);
-  EXPECT_EQ(device->set_voice_volume(device, 0.5F), -ENOSYS);
-  EXPECT_EQ(device->set_master_volume(device, 1), -ENOSYS);
-  EXPECT_EQ(device->get_master_volume(device, &volume), -ENOSYS);
-  EXPECT_EQ(device->set_master_mute(device, true), -ENOSYS);
-  EXPECT_EQ(device->get_master_mute(device, &flag), -ENOSYS);
-  EXPECT_EQ(device->set_mic_mute(device, false), -ENOSYS);
-  EXPECT_EQ(device->get_mic_mute(device, &flag), -ENOSYS);
+  const int answers[] = {
+      device->set_voice_volume(device, 0.5F),     device->set_master_volume(device, 1),
+      device->get_master_volume(device, &volume), device->set_master_mute(device, true),
+      device->get_master_mute(device, &flag),     device->set_mic_mute(device, false),
+      device->get_mic_mute(device, &flag)};
+  EXPECT_THAT(answers, testing::Each(-ENOSYS));
   EXPECT_EQ(device->set_mode(device, static_cast<audio_mode_t>(-1)), 0);
   EXPECT_EQ(device->dump(device, -1), 0);
   EXPECT_EQ(device->open_output_stream(device, 0, 0, AUDIO_OUTPUT_FLAG_NONE, &config, &out, ""),
@@ -46,57 +41,47 @@ TEST_F(Device, HasNoOutputVolumeOrMute) {
   device->close_output_stream(device, out);
   EXPECT_EQ(volume, 7);
   EXPECT_TRUE(flag);
-  const auto line = [](const std::string& text) {
-    return LoggedLine{ANDROID_LOG_VERBOSE, kTag, text};
-  };
-  EXPECT_THAT(log.Take(kTag), ElementsAre(line("adev_set_voice_volume_1_0: volume=0.5"),
-                                          line("adev_set_master_volume_1_0: volume=1"),
-                                          line("adev_set_master_mute_1_0: mute=1"),
-                                          line("adev_set_mic_mute_1_0: state=0"),
-                                          line("adev_set_mode_1_0: mode=-1"),
-                                          line("adev_open_output_stream_1_0 enter."),
-                                          line("adev_close_output_stream_1_0 enter.")));
+  EXPECT_EQ(Lines(),
+            Log({"V adev_set_voice_volume_1_0: volume=0.5",
+                 "V adev_set_master_volume_1_0: volume=1", "V adev_set_master_mute_1_0: mute=1",
+                 "V adev_set_mic_mute_1_0: state=0", "V adev_set_mode_1_0: mode=-1",
+                 "V adev_open_output_stream_1_0 enter.", "V adev_close_output_stream_1_0 enter."}));
 }
 
 // One string against the four settings; the record begins as scene 0, mirror off, mode 0, "old".
 TEST_F(Device, ParametersAreStoredOrRefused) {
   const std::string of = "binaural_recording_";
   const std::string name_127(127, 'n');
-  const LoggedLine orientation = Info(": found binaural_recording_orientation.");
-  const LoggedLine bad_orientation = Error(": binaural_recording_orientation set error.");
-  const LoggedLine mirror = Info(": found binaural_recording_mirror.");
-  const LoggedLine bad_mirror = Error(": binaural_recording_mirror set error.");
-  const LoggedLine on = Info(": mirror true."), off = Info(": mirror false.");
-  const LoggedLine selfie = Info(": scene_selfie."), selfie_set = Info(": runtimePara->algScene=1");
-  const LoggedLine normal = Info(": scene_normal"), normal_set = Info(": runtimePara->algScene=0");
-  const auto mode = [](const std::string& value) {
-    return Info(": binaural_recording_algorithmMode " + value);
-  };
-  const auto bad_mode = [](const std::string& value) {
-    return Error(": binaural_recording_algorithmMode params error with " + value);
-  };
+  const std::string info = "I adev_set_parameters_1_0: ", error = "E adev_set_parameters_1_0: ";
+  const std::string orientation = info + "found binaural_recording_orientation.";
+  const std::string mirror = info + "found binaural_recording_mirror.";
+  const std::string on = info + "mirror true.", off = info + "mirror false.";
+  const std::string selfie = info + "scene_selfie.", selfie_set = info + "runtimePara->algScene=1";
+  const std::string normal = info + "scene_normal", normal_set = info + "runtimePara->algScene=0";
+  const std::string mode = info + "binaural_recording_algorithmMode ";
+  const std::string bad_mode = error + "binaural_recording_algorithmMode params error with ";
+  const auto bad = [&](const std::string& key) { return error + of + key + " set error."; };
   // Fixed order, whatever the order in the string; a bad value does not stop the rest.
   const std::string mixed = of + "bt_name=Buds;" + of + "algorithmMode=x;" + of +
                             "mirror=true;unknown=1;" + of + "orientation=front";
-  const std::vector<LoggedLine> in_order = {orientation, selfie,    selfie_set,   mirror,
-                                            on,          mode("x"), bad_mode("x")};
+  const Log in_order = {orientation, selfie, selfie_set, mirror, on, mode + "x", bad_mode + "x"};
   const struct {
     std::string text;
     uint32_t scene;
     bool mirror;
     uint32_t mode;
     std::string name;
-    std::vector<LoggedLine> lines;
+    Log lines;
   } kCases[] = {
       {of + "orientation=front", 1, false, 0, "old", {orientation, selfie, selfie_set}},
       {of + "orientation=back", 0, false, 0, "old", {orientation, normal, normal_set}},
-      {of + "orientation=Back", 0, false, 0, "old", {orientation, bad_orientation}},
+      {of + "orientation=Back", 0, false, 0, "old", {orientation, bad("orientation")}},
       {of + "mirror=true", 0, true, 0, "old", {mirror, on}},
       {of + "mirror=false", 0, false, 0, "old", {mirror, off}},
-      {of + "mirror=", 0, false, 0, "old", {mirror, bad_mirror}},
-      {of + "algorithmMode=3", 0, false, 3, "old", {mode("3")}},
-      {of + "algorithmMode=4", 0, false, 0, "old", {mode("4"), bad_mode("4")}},
-      {of + "algorithmMode=02", 0, false, 0, "old", {mode("02"), bad_mode("02")}},
+      {of + "mirror=", 0, false, 0, "old", {mirror, bad("mirror")}},
+      {of + "algorithmMode=3", 0, false, 3, "old", {mode + "3"}},
+      {of + "algorithmMode=4", 0, false, 0, "old", {mode + "4", bad_mode + "4"}},
+      {of + "algorithmMode=02", 0, false, 0, "old", {mode + "02", bad_mode + "02"}},
       {of + "bt_name=", 0, false, 0, "", {}},
       {of + "bt_name=" + std::string(200, 'n'), 0, false, 0, name_127, {}},
       {mixed, 1, true, 0, "Buds", in_order},
@@ -113,7 +98,7 @@ TEST_F(Device, ParametersAreStoredOrRefused) {
     EXPECT_EQ(runtime().mirrorEnabled, c.mirror);
     EXPECT_EQ(runtime().algMode, c.mode);
     EXPECT_EQ(runtime().btHeadsetName, c.name);
-    EXPECT_EQ(log.Take(kTag), c.lines);
+    EXPECT_EQ(Lines(), c.lines);
   }
   EXPECT_EQ(device->set_parameters(device, nullptr), 0);
 }
@@ -125,17 +110,10 @@ TEST_F(Device, WithoutAStreamSetIsQuietAndGetAnswersNull) {
   EXPECT_EQ(device->get_parameters(device, "a"), nullptr);
   EXPECT_EQ(device->get_parameters(device, ""), nullptr);
   EXPECT_EQ(device->get_parameters(device, nullptr), nullptr);
-  EXPECT_THAT(
-      log.Take(kTag),
-      ElementsAre(
-          LoggedLine{ANDROID_LOG_VERBOSE, kTag,
-                     "adev_set_parameters_1_0: ParamsMap=[key: 'a' value: '1'"},
-          LoggedLine{ANDROID_LOG_VERBOSE, kTag, "]"},
-          LoggedLine{ANDROID_LOG_VERBOSE, kTag, "adev_set_parameters_1_0: enter in nullptr."},
-          LoggedLine{ANDROID_LOG_VERBOSE, kTag,
-                     "adev_get_parameters_1_0: ParamsMap=[key: 'a' value: ''"},
-          LoggedLine{ANDROID_LOG_VERBOSE, kTag, "]"},
-          LoggedLine{ANDROID_LOG_ERROR, kTag, "adev_get_parameters_1_0: enter in nullptr"}));
+  EXPECT_EQ(Lines(), Log({"V adev_set_parameters_1_0: ParamsMap=[key: 'a' value: '1'", "V ]",
+                          "V adev_set_parameters_1_0: enter in nullptr.",
+                          "V adev_get_parameters_1_0: ParamsMap=[key: 'a' value: ''", "V ]",
+                          "E adev_get_parameters_1_0: enter in nullptr"}));
 }
 
 TEST_F(Device, TheWholeStringGoesOnToTheStream) {
@@ -143,10 +121,9 @@ TEST_F(Device, TheWholeStringGoesOnToTheStream) {
   log.SetMinimumPriority(ANDROID_LOG_VERBOSE);
   log.Take();
   EXPECT_EQ(SetParameters("binaural_recording_mirror=true;routing=5"), 0);
-  EXPECT_THAT(log.Take("BinauralRecordHalStream"),
-              Contains(LoggedLine{ANDROID_LOG_VERBOSE, "BinauralRecordHalStream",
-                                  "in_set_parameters: state=STANDBY, "
-                                  "kvpairs=[binaural_recording_mirror=true;routing=5]"}));
+  EXPECT_THAT(ModuleFixture::Lines(kStreamTag),
+              Contains("V in_set_parameters: state=STANDBY, "
+                       "kvpairs=[binaural_recording_mirror=true;routing=5]"));
   char* text = device->get_parameters(device, "sup_channels");
   EXPECT_STREQ(text, "sup_channels=AUDIO_CHANNEL_IN_STEREO;");
   free(text);
@@ -158,8 +135,8 @@ TEST_F(Device, NewModeRebuildsTheInstanceAndTheSameModeDoesNot) {
   EXPECT_EQ(SetParameters("binaural_recording_algorithmMode=1"), 0);
   EXPECT_EQ(runtime().bcapInfo_.mode, 1u);
   EXPECT_TRUE(runtime().algInited);
-  EXPECT_THAT(log.Take(kTag), ElementsAre(Info(": binaural_recording_algorithmMode 1"),
-                                          Info(": mode= 1, and algorithm_init_1_0 ret 0")));
+  EXPECT_EQ(Lines(), Log({"I adev_set_parameters_1_0: binaural_recording_algorithmMode 1",
+                          "I adev_set_parameters_1_0: mode= 1, and algorithm_init_1_0 ret 0"}));
   RingBuffer* pre = runtime().preBuff;
   pre->end = 5;
   EXPECT_EQ(SetParameters("binaural_recording_algorithmMode=1"), 0);
@@ -178,8 +155,7 @@ TEST_F(Device, WithInfoOffAModeChangeLeavesNoInstance) {
   EXPECT_EQ(runtime().algMode, 1u);
   log.Take();
   EXPECT_EQ(Read(3840), 0);
-  EXPECT_THAT(log.TakeErrors("BinauralRecordHalStream"),
-              ElementsAre("in_read, RingBuffer_write failed--"));
+  EXPECT_THAT(log.TakeErrors(kStreamTag), ElementsAre("in_read, RingBuffer_write failed--"));
   EXPECT_EQ(stream->stop(stream), 0);
   CloseStream();
   log.SetMinimumPriority(ANDROID_LOG_INFO);
@@ -196,9 +172,8 @@ TEST_F(Device, ParametersOfAClosedDeviceReachNoStream) {
   device = first;
   // The stream belongs to the first record; the second one's close took nothing from it.
   EXPECT_EQ(SetParameters("RecordSuspended=true"), 0);
-  EXPECT_THAT(log.Take("BinauralRecordHalStream"),
-              Contains(LoggedLine{ANDROID_LOG_WARN, "BinauralRecordHalStream",
-                                  "in_set_parameters: state=STANDBY stream param stopped"}));
+  EXPECT_THAT(ModuleFixture::Lines(kStreamTag),
+              Contains("W in_set_parameters: state=STANDBY stream param stopped"));
 }
 
 }  // namespace

@@ -3,14 +3,17 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <sys/stat.h>
 
 #include <gmock/gmock.h>
 
 #include "binaural_record/binaural_record_device.h"
+#include "platform/host/binaural_host.h"
 #include "platform/virtual_headset/factory_client.h"
 #include "tests/binaural_record/module_fixture.h"
 
@@ -19,7 +22,7 @@ namespace {
 using testing::ElementsAre;
 
 constexpr char kTag[] = "BinauralRecordIf";
-
+constexpr char kLibrary[] = "/odm/lib64/hw/libbinaural_record_bcap-2.0.so";
 const std::string kComplete = LIB_2_0_FOLDER "/complete.so";
 
 std::string Version(const std::string& version) {
@@ -36,12 +39,15 @@ class ModuleEntry : public ModuleFixture {
     return text;
   }
 
-  void OpenForwarding() {
+  // Opens the device with a file of generation 2.0 and `library` in the place of its library.
+  void OpenWithLibrary(const std::string& library) {
     WriteCoefficients(Version("1.4.0"));
-    UseLib20(kComplete);
+    host_redirect(kLibrary, library.c_str());
+    gAlgoVersion = 7;
     OpenDevice();
-    ASSERT_EQ(gAlgoVersion, 2);
+    EXPECT_EQ(gAlgoVersion, library == kComplete ? 2 : 0);
   }
+  ~ModuleEntry() override { host_redirect(kLibrary, nullptr); }
 };
 
 TEST_F(ModuleEntry, RecordIsWhatTheLoaderExpects) {
@@ -71,47 +77,34 @@ TEST_F(ModuleEntry, FirstOpenWithoutAFileGivesAUsableDevice) {
   EXPECT_EQ(device->common.tag, 0x48574454u);
   EXPECT_EQ(device->common.version, 0x0200u);
   EXPECT_EQ(device->common.module, &HMI);
-  EXPECT_EQ(device->init_check(device), 0);
   // Null is the only sign of absence that a client has.
-  EXPECT_EQ(device->get_supported_devices, nullptr);
-  EXPECT_EQ(device->get_microphones, nullptr);
-  EXPECT_EQ(device->create_audio_patch, nullptr);
-  EXPECT_EQ(device->release_audio_patch, nullptr);
-  EXPECT_EQ(device->get_audio_port, nullptr);
-  EXPECT_EQ(device->set_audio_port_config, nullptr);
-  EXPECT_EQ(device->add_device_effect, nullptr);
-  EXPECT_EQ(device->remove_device_effect, nullptr);
+  EXPECT_TRUE(!device->get_supported_devices && !device->get_microphones);
+  EXPECT_TRUE(!device->create_audio_patch && !device->release_audio_patch);
+  EXPECT_TRUE(!device->get_audio_port && !device->set_audio_port_config);
+  EXPECT_TRUE(!device->add_device_effect && !device->remove_device_effect);
   EXPECT_EQ(reinterpret_cast<BinauralRecordDevice*>(device)->input_stream, nullptr);
-  EXPECT_THAT(log.Take(kTag),
-              ElementsAre(LoggedLine{ANDROID_LOG_INFO, kTag,
-                                     "adev_binaural_record_open: name=[audio_hw_if]"},
-                          LoggedLine{ANDROID_LOG_INFO, kTag,
-                                     "adev_binaural_record_open get "
-                                     "BINAURAL_ALGO_COEFF_CONFIG_FILE fail."}));
+  EXPECT_THAT(Lines(kTag),
+              ElementsAre("I adev_binaural_record_open: name=[audio_hw_if]",
+                          "I adev_binaural_record_open get BINAURAL_ALGO_COEFF_CONFIG_FILE fail."));
 }
 
 // What each file makes of a generation that was 7 before; 7 means unchanged.
 TEST_F(ModuleEntry, FileDecidesTheGeneration) {
-  const std::string open = "adev_binaural_record_open";
   const struct {
     std::string file;
     int32_t generation;
-    int last_priority;
-    std::string last_line;
+    std::string last_line;  // after the function's name
   } kCases[] = {
-      {"no xml", 7, ANDROID_LOG_INFO, open + " get BINAURAL_ALGO_COEFF_CONFIG_FILE fail."},
-      {"<tuning bnc_verson=\"1.1.0\"/>", 7, ANDROID_LOG_ERROR,
-       open + " Load BINAURAL_ALGO_COEFF_CONFIG_FILE declaration NULL."},
-      {"<?xml version=\"1.0\"?><tuned/>", 7, ANDROID_LOG_ERROR, open + " Load BinauralCoeff fail."},
-      {"<?xml version=\"1.0\"?><tuning/>", 7, ANDROID_LOG_ERROR, open + " Load moduleName fail."},
-      {Version("1.1.0"), 1, ANDROID_LOG_ERROR,
-       open + ": adev_parse_algo_config_coeff failed, name=[audio_hw_if]"},
-      {AllOffCoefficients(), 1, ANDROID_LOG_INFO, open + " binaural get configVersion algo 1.0."},
-      {Version("1.2.0"), 0, ANDROID_LOG_INFO,
-       open + " binaural algo bcn_version config error, please check.."},
-      {Version(" 1.1.0"), 0, ANDROID_LOG_INFO,
-       open + " binaural algo bcn_version config error, please check.."},
-      {Version("1.4.0"), 0, ANDROID_LOG_ERROR, open + ": access or load_bcap_2_0_lib failed."},
+      {"no xml", 7, "I get BINAURAL_ALGO_COEFF_CONFIG_FILE fail."},
+      {"<tuning bnc_verson=\"1.1.0\"/>", 7,
+       "E Load BINAURAL_ALGO_COEFF_CONFIG_FILE declaration NULL."},
+      {"<?xml version=\"1.0\"?><tuned/>", 7, "E Load BinauralCoeff fail."},
+      {"<?xml version=\"1.0\"?><tuning/>", 7, "E Load moduleName fail."},
+      {Version("1.1.0"), 1, "E: adev_parse_algo_config_coeff failed, name=[audio_hw_if]"},
+      {AllOffCoefficients(), 1, "I binaural get configVersion algo 1.0."},
+      {Version("1.2.0"), 0, "I binaural algo bcn_version config error, please check.."},
+      {Version(" 1.1.0"), 0, "I binaural algo bcn_version config error, please check.."},
+      {Version("1.4.0"), 0, "E: access or load_bcap_2_0_lib failed."},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.file);
@@ -119,7 +112,8 @@ TEST_F(ModuleEntry, FileDecidesTheGeneration) {
     gAlgoVersion = 7;
     OpenDevice();
     EXPECT_EQ(gAlgoVersion, c.generation);
-    EXPECT_EQ(log.Take(kTag).back(), (LoggedLine{c.last_priority, kTag, c.last_line}));
+    std::string line = Lines(kTag).back();
+    EXPECT_EQ(line.erase(1, strlen(" adev_binaural_record_open")), c.last_line);
     CloseDevice();
     EXPECT_EQ(gAlgoVersion, c.generation);  // close keeps it
   }
@@ -139,8 +133,8 @@ TEST_F(ModuleEntry, FolderOrPipeInPlaceOfTheFileIsRefusedAtOnce) {
 }
 
 TEST_F(ModuleEntry, Generation2ForwardsEveryOperationWithItsArguments) {
-  OpenForwarding();
-  EXPECT_EQ(Lib20Calls(), "parse() ");
+  OpenWithLibrary(kComplete);
+  EXPECT_EQ(Lib20Calls(), "parse_algo_config_coeff() ");
   float volume = 0;
   bool flag = false;
   audio_config forwarded{};
@@ -178,68 +172,42 @@ TEST_F(ModuleEntry, Generation2ForwardsEveryOperationWithItsArguments) {
             "dump(-1) set_master_mute(1) get_master_mute() ");
 }
 
-TEST_F(ModuleEntry, LibraryWithoutOneEntryPointIsUnloadedWhole) {
-  const char* const kEntryPoints[] = {"parse_algo_config_coeff",
-                                      "release_algo_config_coeff",
-                                      "set_parameters",
-                                      "get_parameters",
-                                      "init_check",
-                                      "set_voice_volume",
-                                      "get_master_volume",
-                                      "set_master_volume",
-                                      "set_master_mute",
-                                      "get_master_mute",
-                                      "set_mode",
-                                      "set_mic_mute",
-                                      "get_mic_mute",
-                                      "get_input_buffer_size",
-                                      "open_output_stream",
-                                      "close_output_stream",
-                                      "open_input_stream",
-                                      "close_input_stream",
-                                      "dump"};
-  WriteCoefficients(Version("1.4.0"));
-  for (const std::string name : kEntryPoints) {
-    SCOPED_TRACE(name);
-    UseLib20(std::string(LIB_2_0_FOLDER "/") + name + ".so");
-    gAlgoVersion = 7;
-    OpenDevice();
-    EXPECT_EQ(gAlgoVersion, 0);
-    EXPECT_EQ(lib_2_0_handle, nullptr);
-    EXPECT_EQ(lib_2_0_wrapper.set_parameters.load(), nullptr);
-    EXPECT_THAT(log.TakeErrors(kTag),
-                ElementsAre("load_binaural_2_0_lib: dlsym lib_2_0_wrapper." + name + " failed.",
-                            "adev_binaural_record_open: access or load_bcap_2_0_lib failed."));
-    CloseDevice();
-  }
-}
-
-TEST_F(ModuleEntry, FileThatDoesNotLoadIsReported) {
+TEST_F(ModuleEntry, LibraryThatDoesNotLoadOrLacksAnEntryPointIsUnloadedWhole) {
   // Byte 4 of a library is its word size: 1 for 32 bits, 2 for 64.
   const std::string other_word_size = folder + "/other.so";
   std::filesystem::copy_file(kComplete, other_word_size);
-  std::fstream library(other_word_size, std::ios::in | std::ios::out | std::ios::binary);
-  library.seekp(4).put(sizeof(void*) == 8 ? 1 : 2);
-  library.close();
-
-  WriteCoefficients(Version("1.4.0"));
-  for (const std::string& file :
-       {folder + "/etc/binaural_record_algo_coeffs.xml", other_word_size}) {
+  std::fstream(other_word_size, std::ios::in | std::ios::out | std::ios::binary)
+      .seekp(4)
+      .put(sizeof(void*) == 8 ? 1 : 2);
+  const std::string not_loaded = std::string("dlopen failed for ") + kLibrary;
+  std::vector<std::pair<std::string, std::string>> cases = {
+      // file, reason
+      {folder + "/etc/binaural_record_algo_coeffs.xml", not_loaded},
+      {other_word_size, not_loaded}};
+  std::istringstream entry_points(
+      "parse_algo_config_coeff release_algo_config_coeff set_parameters get_parameters init_check "
+      "set_voice_volume get_master_volume set_master_volume set_master_mute get_master_mute "
+      "set_mode set_mic_mute get_mic_mute get_input_buffer_size open_output_stream "
+      "close_output_stream open_input_stream close_input_stream dump");
+  for (std::string name; entry_points >> name;) {
+    cases.emplace_back(LIB_2_0_FOLDER "/" + name + ".so",
+                       "dlsym lib_2_0_wrapper." + name + " failed.");
+  }
+  ASSERT_EQ(cases.size(), 21u);
+  for (const auto& [file, reason] : cases) {
     SCOPED_TRACE(file);
-    UseLib20(file);
-    gAlgoVersion = 7;
-    OpenDevice();
-    EXPECT_EQ(gAlgoVersion, 0);
+    OpenWithLibrary(file);
+    EXPECT_EQ(lib_2_0_handle, nullptr);
+    EXPECT_EQ(lib_2_0_wrapper.set_parameters.load(), nullptr);
     EXPECT_THAT(log.TakeErrors(kTag),
-                ElementsAre("load_binaural_2_0_lib: dlopen failed for "
-                            "/odm/lib64/hw/libbinaural_record_bcap-2.0.so",
+                ElementsAre("load_binaural_2_0_lib: " + reason,
                             "adev_binaural_record_open: access or load_bcap_2_0_lib failed."));
     CloseDevice();
   }
 }
 
 TEST_F(ModuleEntry, FailingParseOf2_0ReleasesAndKeepsTheGeneration) {
-  OpenForwarding();
+  OpenWithLibrary(kComplete);
   // A loader reference of the test's own keeps the library's data while the module reloads it.
   void* kept = dlopen(kComplete.c_str(), RTLD_NOW);
   *static_cast<int*>(dlsym(kept, "fake_lib_2_0_parse_result")) = -1;
@@ -247,7 +215,8 @@ TEST_F(ModuleEntry, FailingParseOf2_0ReleasesAndKeepsTheGeneration) {
   CloseDevice();
   OpenDevice();
   EXPECT_EQ(gAlgoVersion, 2);
-  EXPECT_EQ(Lib20Calls(), "release() parse() release() ");
+  EXPECT_EQ(Lib20Calls(),
+            "release_algo_config_coeff() parse_algo_config_coeff() release_algo_config_coeff() ");
   EXPECT_THAT(log.TakeErrors(kTag),
               ElementsAre("adev_binaural_record_open: lib_2_0_wrapper.parse_algo_config_coeff "
                           "failed."));
@@ -256,7 +225,7 @@ TEST_F(ModuleEntry, FailingParseOf2_0ReleasesAndKeepsTheGeneration) {
 }
 
 TEST_F(ModuleEntry, AfterCloseInGeneration2OnlyGetParametersStillAnswers) {
-  OpenForwarding();
+  OpenWithLibrary(kComplete);
   CloseDevice();
   log.Take();
   EXPECT_EQ(gAlgoVersion, 2);
@@ -279,7 +248,7 @@ TEST_F(ModuleEntry, AfterCloseInGeneration2OnlyGetParametersStillAnswers) {
 }
 
 TEST_F(ModuleEntry, SecondOpenDoesNotLeakTheLibrary) {
-  OpenForwarding();
+  OpenWithLibrary(kComplete);
   audio_hw_device* first = device;
   OpenDevice();
   CloseDevice();
@@ -287,19 +256,13 @@ TEST_F(ModuleEntry, SecondOpenDoesNotLeakTheLibrary) {
   device = first;
 }
 
-TEST_F(ModuleEntry, ClosingADeviceTwiceIsIgnored) {
-  OpenDevice();
+TEST_F(ModuleEntry, AClosedDeviceIsIgnoredAndItsStreamSurvives) {
+  ASSERT_EQ(OpenStream(), 0);
   audio_hw_device* closed = device;
   CloseDevice();
   log.Take();
   EXPECT_EQ(adev_binaural_close(&closed->common), 0);
   EXPECT_THAT(log.TakeErrors(kTag), testing::SizeIs(1));
-}
-
-TEST_F(ModuleEntry, StreamSurvivesItsDevice) {
-  ASSERT_EQ(OpenStream(), 0);
-  audio_hw_device* closed = device;
-  CloseDevice();
   EXPECT_EQ(Read(3840), 3840);
   adev_close_input_stream_hidl(closed, stream);  // must not follow the freed record
   stream = nullptr;

@@ -8,7 +8,6 @@
 
 #include "binaural_record/binaural_record_if.h"
 #include "platform/host/binaural_host.h"
-#include "tests/support/headset_control.h"
 
 namespace {
 
@@ -33,7 +32,6 @@ ModuleFixture::ModuleFixture() {
 ModuleFixture::~ModuleFixture() {
   CloseStream();
   CloseDevice();
-  host_redirect("/odm/lib64/hw/libbinaural_record_bcap-2.0.so", nullptr);
   host_redirect("/odm", nullptr);
   std::filesystem::remove_all(folder);
 }
@@ -55,16 +53,8 @@ void ModuleFixture::UseParameters(const virtual_headset::PcmParameters& paramete
   Use(virtual_headset::Source::kTone, settings);
 }
 
-void ModuleFixture::Headset(const std::string& action) {
-  Do(action);
-}
-
 void ModuleFixture::WriteCoefficients(const std::string& xml) {
   std::ofstream(folder + "/etc/binaural_record_algo_coeffs.xml") << xml;
-}
-
-void ModuleFixture::UseLib20(const std::string& file) {
-  host_redirect("/odm/lib64/hw/libbinaural_record_bcap-2.0.so", file.c_str());
 }
 
 void ModuleFixture::OpenDevice() {
@@ -99,21 +89,6 @@ void ModuleFixture::CloseStream() {
 ssize_t ModuleFixture::Read(size_t bytes) {
   read_bytes.assign(bytes, 0);
   return stream->read(stream, read_bytes.data(), bytes);
-}
-
-int ModuleFixture::SetParameters(const std::string& text) {
-  return device->set_parameters(device, text.c_str());
-}
-
-int ModuleFixture::SetStreamParameters(const std::string& text) {
-  return stream->common.set_parameters(&stream->common, text.c_str());
-}
-
-std::string ModuleFixture::GetStreamParameters(const std::string& keys) {
-  char* text = stream->common.get_parameters(&stream->common, keys.c_str());
-  const std::string copy = text;
-  free(text);
-  return copy;
 }
 
 std::vector<std::string> ModuleFixture::Lines(const std::string& tag) {

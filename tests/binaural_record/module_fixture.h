@@ -11,7 +11,7 @@
 #include <hardware/audio.h>
 
 #include "binaural_record/arithmetic/bcap/1.0/binaural_record_algo_runtime.h"
-#include "platform/virtual_headset/virtual_headset.h"
+#include "tests/support/headset_control.h"
 #include "tests/support/log_capture.h"
 
 class ModuleFixture : public testing::Test {
@@ -23,9 +23,9 @@ class ModuleFixture : public testing::Test {
   // Plays `samples` (interleaved stereo, 48 kHz), then nothing.
   void UsePcm(const std::vector<int16_t>& samples);
   void UseParameters(const virtual_headset::PcmParameters& parameters);
-  void Headset(const std::string& action);  // one action of the fault script language, now
+  // One action of the fault script language, now.
+  static void Headset(const std::string& action) { Do(action); }
   void WriteCoefficients(const std::string& xml);
-  void UseLib20(const std::string& file);
 
   // --- The module ---
   void OpenDevice();
@@ -33,9 +33,9 @@ class ModuleFixture : public testing::Test {
   int OpenStream(audio_devices_t devices = AUDIO_DEVICE_IN_PROXY);
   void CloseStream();
   ssize_t Read(size_t bytes);  // into `read_bytes`
-  int SetParameters(const std::string& text);
-  int SetStreamParameters(const std::string& text);
-  std::string GetStreamParameters(const std::string& keys);
+  int SetParameters(const std::string& text) {
+    return device->set_parameters(device, text.c_str());
+  }
 
   // The lines of one tag since the last call, as "I text".
   std::vector<std::string> Lines(const std::string& tag);

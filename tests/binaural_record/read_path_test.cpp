@@ -1,5 +1,6 @@
 // What a read takes from the port, what it queues, and what the caller gets.
 #include <climits>
+#include <functional>
 
 #include <gmock/gmock.h>
 
@@ -10,8 +11,7 @@
 namespace {
 
 using namespace vendor::corva::bluetooth_audio_extend;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
+using Log = std::vector<std::string>;
 
 constexpr char kTag[] = "BinauralRecordHalStream";
 constexpr size_t kPeriod = 3840;
@@ -22,6 +22,12 @@ class ReadPath : public ModuleFixture {
   int PreBytes() { return RingBuffer_available_data(runtime().preBuff); }
   int PostBytes() { return RingBuffer_available_data(runtime().postBuff); }
   BinauralStreamIn& in() { return *reinterpret_cast<BinauralStreamIn*>(stream); }
+  // Reads and puts the samples at the end of `heard`.
+  void Hear(size_t bytes) {
+    ASSERT_EQ(Read(bytes), static_cast<ssize_t>(bytes));
+    const auto* samples = reinterpret_cast<const int16_t*>(read_bytes.data());
+    heard.insert(heard.end(), samples, samples + bytes / 2);
+  }
 
   // The library passes samples through, delayed only.
   void OpenWithAllStagesOff() {
@@ -31,6 +37,8 @@ class ReadPath : public ModuleFixture {
     ASSERT_EQ(OpenStream(), 0);
     bcap_lrc_enable_set(runtime().bcapHandle, 0);
   }
+
+  std::vector<int16_t> heard;
 };
 
 TEST_F(ReadPath, OnePeriodTakesTwoBlocksAndOneSupplementaryRead) {
@@ -54,11 +62,8 @@ TEST_F(ReadPath, PcmComesThroughUnchangedAndInOrder) {
   }
   UsePcm(pcm);
   OpenWithAllStagesOff();
-  std::vector<int16_t> heard;
   for (const size_t bytes : {3840, 4, 2048, 11520, 3840, 1000, 8, 7680, 3840, 2052, 3840}) {
-    ASSERT_EQ(Read(bytes), static_cast<ssize_t>(bytes));
-    const auto* samples = reinterpret_cast<const int16_t*>(read_bytes.data());
-    heard.insert(heard.end(), samples, samples + bytes / 2);
+    Hear(bytes);
   }
   const size_t delay = 2 * 1024;
   ASSERT_GT(heard.size(), delay + 10000);
@@ -68,6 +73,21 @@ TEST_F(ReadPath, PcmComesThroughUnchangedAndInOrder) {
 
 // One misbehaviour each, after one good read: what comes back, what is said, what is kept.
 TEST_F(ReadPath, FailuresReturnZeroAndSayWhy) {
+  const auto fails = [this](const char* name, const std::function<void()>& spoil, size_t bytes,
+                            const Log& errors, int pre_bytes, int post_bytes) {
+    SCOPED_TRACE(name);
+    UseParameters({SampleRate::RATE_48000, ChannelMode::STEREO, BitsPerSample::BITS_16});
+    ASSERT_EQ(OpenStream(), 0);
+    ASSERT_EQ(Read(kPeriod), 3840);
+    spoil();
+    log.Take();
+    EXPECT_EQ(Read(bytes), 0);
+    EXPECT_EQ(log.TakeErrors(kTag), errors);
+    EXPECT_EQ(PreBytes(), pre_bytes);
+    EXPECT_EQ(PostBytes(), post_bytes);
+    EXPECT_EQ(in().frames_read_, 960u);  // not advanced
+    CloseStream();
+  };
   const std::string no_data = "in_read, get no data-----";
   const std::string no_room = "in_read, RingBuffer_write failed--";
   const std::string mode = "alg_process enter, runtimeParams->bcapInfo_.mode error return----";
@@ -75,50 +95,26 @@ TEST_F(ReadPath, FailuresReturnZeroAndSayWhy) {
   const std::string length = "supplementaryDataRead, additionReadLen error.";
   const std::string more = "alg_process, supplementaryDataRead fail----";
   const std::string failed = "in_read, alg_process failed--";
-  using Spoil = void (*)(ReadPath&);
-  const Spoil nothing = [](ReadPath&) {};
-  const Spoil empty = [](ReadPath& t) { t.Headset("reads empty"); };
-  const Spoil mode_2 = [](ReadPath& t) { t.runtime().bcapInfo_.mode = 2; };
-  const Spoil one_channel = [](ReadPath& t) { t.runtime().inBufDesc.channel_count = 1; };
-  const Spoil post_full = [](ReadPath& t) {
-    RingBuffer_clear(t.runtime().preBuff);
-    t.runtime().postBuff->start = 0;
-    t.runtime().postBuff->end = 13400;
+  const auto nothing = [] {};
+  const auto empty = [] { Headset("reads empty"); };
+  const auto mode_2 = [this] { runtime().bcapInfo_.mode = 2; };
+  const auto one_channel = [this] { runtime().inBufDesc.channel_count = 1; };
+  const auto post_full = [this] {
+    RingBuffer_clear(runtime().preBuff);
+    runtime().postBuff->start = 0;
+    runtime().postBuff->end = 13400;
   };
-  const Spoil no_stream = [](ReadPath& t) {
-    RingBuffer_clear(t.runtime().preBuff);
+  const auto no_stream = [this] {
+    RingBuffer_clear(runtime().preBuff);
     gStreamIn = nullptr;
   };
-  const struct {
-    const char* name;
-    Spoil spoil;
-    size_t bytes;
-    std::vector<std::string> errors;
-    int pre_bytes;
-    int post_bytes;
-  } kCases[] = {
-      {"nothing from the port", empty, kPeriod, {no_data}, 3584, 256},
-      {"zero bytes", nothing, 0, {no_data}, 3584, 256},
-      {"more than preBuff holds", nothing, 15360 - 3584 + 4, {no_room}, 3584, 256},
-      {"mode 2", mode_2, kPeriod, {mode, failed}, 3584 + 3840 - 2048, 256},
-      {"library error", one_channel, kPeriod, {failed}, 3584 + 3840 - 2048, 256},
-      {"postBuff full", post_full, 14336, {full, failed}, 14336 - 2048, 13400},
-      {"no global stream", no_stream, 1024, {length, more, failed}, 1024, 256},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.name);
-    UseParameters({SampleRate::RATE_48000, ChannelMode::STEREO, BitsPerSample::BITS_16});
-    ASSERT_EQ(OpenStream(), 0);
-    ASSERT_EQ(Read(kPeriod), 3840);
-    c.spoil(*this);
-    log.Take();
-    EXPECT_EQ(Read(c.bytes), 0);
-    EXPECT_EQ(log.TakeErrors(kTag), c.errors);
-    EXPECT_EQ(PreBytes(), c.pre_bytes);
-    EXPECT_EQ(PostBytes(), c.post_bytes);
-    EXPECT_EQ(in().frames_read_, 960u);  // not advanced
-    CloseStream();
-  }
+  fails("nothing from the port", empty, kPeriod, {no_data}, 3584, 256);
+  fails("zero bytes", nothing, 0, {no_data}, 3584, 256);
+  fails("more than preBuff holds", nothing, 15360 - 3584 + 4, {no_room}, 3584, 256);
+  fails("mode 2", mode_2, kPeriod, {mode, failed}, 3584 + 3840 - 2048, 256);
+  fails("library error", one_channel, kPeriod, {failed}, 3584 + 3840 - 2048, 256);
+  fails("postBuff full", post_full, 14336, {full, failed}, 14336 - 2048, 13400);
+  fails("no global stream", no_stream, 1024, {length, more, failed}, 1024, 256);
 }
 
 TEST_F(ReadPath, PortWithoutDataIsPutIntoStandbyAndStartedAgain) {
@@ -136,12 +132,9 @@ TEST_F(ReadPath, RefusedStartReturnsZero) {
   Headset("start refused");
   log.Take();
   EXPECT_EQ(Read(kPeriod), 0);
-  EXPECT_THAT(
-      log.Take(kTag),
-      ElementsAre(
-          LoggedLine{ANDROID_LOG_INFO, kTag, "in_read: state=STANDBY first time bytes=3840"},
-          LoggedLine{ANDROID_LOG_INFO, kTag, "in_start: state=STARTING, in_start (start) ret=-5"},
-          LoggedLine{ANDROID_LOG_ERROR, kTag, "in_read: state=STARTING failed to start."}));
+  EXPECT_EQ(Lines(kTag), Log({"I in_read: state=STANDBY first time bytes=3840",
+                              "I in_start: state=STARTING, in_start (start) ret=-5",
+                              "E in_read: state=STARTING failed to start."}));
 }
 
 TEST_F(ReadPath, DebugLinesFollowOneRead) {
@@ -150,26 +143,20 @@ TEST_F(ReadPath, DebugLinesFollowOneRead) {
   log.SetMinimumPriority(ANDROID_LOG_DEBUG);
   log.Take();
   ASSERT_EQ(Read(kPeriod), 3840);
-  const std::vector<std::string> block = {
-      "alg_process, preBuff read start-----",   "alg_process, preBuff read stop-----",
-      "alg_process enter, bcap_pre_process---", "alg_process, postBuff write start-----",
-      "alg_process, postBuff write stop-----",
-  };
-  std::vector<std::string> expected = {"in_read, preBuff write start-----",
-                                       "in_read, preBuff write end-----",
-                                       "alg_process enter, ---- onceLen=2048"};
-  expected.insert(expected.end(), block.begin(), block.end());
-  expected.insert(expected.end(), block.begin(), block.end());
-  expected.insert(
-      expected.end(),
-      {"in_read, postBuff read start-----", "in_read, postBuff read stop-----",
-       "in_read: audio RingBuffer_read bytes=3840 readLen=3840 frames_read_=1920-----"});
-  std::vector<std::string> heard;
-  for (const LoggedLine& line : log.Take(kTag)) {
-    EXPECT_EQ(line.priority, ANDROID_LOG_DEBUG);
-    heard.push_back(line.text);
+  const Log begin = {"D in_read, preBuff write start-----", "D in_read, preBuff write end-----",
+                     "D alg_process enter, ---- onceLen=2048"};
+  const Log block = {
+      "D alg_process, preBuff read start-----", "D alg_process, preBuff read stop-----",
+      "D alg_process enter, bcap_pre_process---", "D alg_process, postBuff write start-----",
+      "D alg_process, postBuff write stop-----"};
+  const Log end = {
+      "D in_read, postBuff read start-----", "D in_read, postBuff read stop-----",
+      "D in_read: audio RingBuffer_read bytes=3840 readLen=3840 frames_read_=1920-----"};
+  Log expected;
+  for (const Log& part : {begin, block, block, end}) {
+    expected.insert(expected.end(), part.begin(), part.end());
   }
-  EXPECT_THAT(heard, ElementsAreArray(expected));
+  EXPECT_EQ(Lines(kTag), expected);
 }
 
 // Queued as if everything asked for had come: the tail is what the caller's buffer held before, and
@@ -180,14 +167,9 @@ TEST_F(ReadPath, ShortPortReadsArePaddedFromTheBuffer) {
   Headset("reads short 2000");
   read_bytes.assign(kPeriod, 0x55);
   ASSERT_EQ(stream->read(stream, read_bytes.data(), kPeriod), 3840);
-  std::vector<int16_t> heard;
-  for (int k = 0; k < 3; ++k) {
-    ASSERT_EQ(Read(kPeriod), 3840);
-    const auto* samples = reinterpret_cast<const int16_t*>(read_bytes.data());
-    heard.insert(heard.end(), samples, samples + kPeriod / 2);
-  }
+  Hear(3 * kPeriod);
   // The first read gave frames 0..959 of the delayed stream, so its input begins at heard[64 frames].
-  const auto at = [&heard](size_t frame) { return heard[2 * (frame + 1024 - 960)]; };
+  const auto at = [this](size_t frame) { return heard[2 * (frame + 1024 - 960)]; };
   EXPECT_EQ(at(499), 1000);
   EXPECT_EQ(at(500), 0x5555);
   EXPECT_EQ(at(959), 0x5555);

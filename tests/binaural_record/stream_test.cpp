@@ -2,6 +2,7 @@
 #include <time.h>
 
 #include <cerrno>
+#include <memory>
 
 #include <gmock/gmock.h>
 
@@ -30,6 +31,11 @@ class Stream : public ModuleFixture {
     return reinterpret_cast<BinauralRecordDevice*>(device)->input_stream;
   }
   Log Lines() { return ModuleFixture::Lines(kTag); }
+  int SetStreamParameters(const char* text) { return common().set_parameters(&common(), text); }
+  std::string GetStreamParameters(const char* keys) {
+    char* text = common().get_parameters(&common(), keys);
+    return std::unique_ptr<char, decltype(&free)>(text, free).get();
+  }
   // Frames and time of the capture position.
   std::pair<int64_t, int64_t> Position() {
     int64_t frames = 0, time = 0;
@@ -39,22 +45,19 @@ class Stream : public ModuleFixture {
 };
 
 TEST_F(Stream, BufferSizeQueryCountsWhatThePlatformCounts) {
-  const std::tuple<uint32_t, uint32_t, uint32_t, size_t> kCases[] = {
-      // rate, mask, format, bytes
-      {48000, 0xC, AUDIO_FORMAT_PCM_16_BIT, 3840},
-      {44100, 0x10, AUDIO_FORMAT_PCM_24_BIT_PACKED, 2646},
-      {48000, 0x3, AUDIO_FORMAT_PCM_16_BIT, 0},  // no input positions
-      {48000, 0xC, AUDIO_FORMAT_MP3, 0},
-      {49, 0xC, AUDIO_FORMAT_PCM_16_BIT, 0},
-      {250000000, 0xC, AUDIO_FORMAT_PCM_16_BIT, 2820128},  // 20 * rate wraps at 32 bits
-  };
   OpenDevice();
-  for (const auto& [rate, mask, format, bytes] : kCases) {
+  const auto size = [this](uint32_t rate, uint32_t mask, uint32_t format) {
     config.sample_rate = rate;
     config.channel_mask = mask;
     config.format = static_cast<audio_format_t>(format);
-    EXPECT_EQ(device->get_input_buffer_size(device, &config), bytes) << rate << " " << format;
-  }
+    return device->get_input_buffer_size(device, &config);
+  };
+  EXPECT_EQ(size(48000, 0xC, AUDIO_FORMAT_PCM_16_BIT), 3840u);
+  EXPECT_EQ(size(44100, 0x10, AUDIO_FORMAT_PCM_24_BIT_PACKED), 2646u);
+  EXPECT_EQ(size(48000, 0x3, AUDIO_FORMAT_PCM_16_BIT), 0u);  // no input positions
+  EXPECT_EQ(size(48000, 0xC, AUDIO_FORMAT_MP3), 0u);
+  EXPECT_EQ(size(49, 0xC, AUDIO_FORMAT_PCM_16_BIT), 0u);
+  EXPECT_EQ(size(250000000, 0xC, AUDIO_FORMAT_PCM_16_BIT), 2820128u);  // 20 * rate wraps at 32 bits
   log.Take();
   EXPECT_EQ(device->get_input_buffer_size(device, nullptr), 0u);
   EXPECT_EQ(Lines(), Log({"E binaural_stream_input_buffer_size enter: param error---"}));
@@ -62,25 +65,20 @@ TEST_F(Stream, BufferSizeQueryCountsWhatThePlatformCounts) {
 
 TEST_F(Stream, OpensInTheSessionsConfiguration) {
   const struct {
-    PcmParameters session;
+    const char* session;
     uint32_t rate, mask, format;
     size_t buffer_bytes;
     int result;
   } kCases[] = {
-      {{SampleRate(2), ChannelMode::STEREO, BitsPerSample::BITS_16}, 48000, 12, 1, 3840, 0},
-      {{SampleRate(1), ChannelMode::STEREO, BitsPerSample::BITS_16}, 44100, 12, 1, 3528, 0},
-      {{SampleRate(2), ChannelMode::MONO, BitsPerSample::BITS_16}, 48000, 16, 1, 1920, 0},
+      {"RATE_48000 STEREO BITS_16", 48000, 12, 1, 3840, 0},
+      {"RATE_44100 STEREO BITS_16", 44100, 12, 1, 3528, 0},
+      {"RATE_48000 MONO BITS_16", 48000, 16, 1, 1920, 0},
       // The library takes no other rate than 44.1 and 48 kHz.
-      {{SampleRate::RATE_16000, ChannelMode::STEREO, BitsPerSample::BITS_24},
-       16000,
-       12,
-       6,
-       1280,
-       -1},
+      {"RATE_16000 STEREO BITS_24", 16000, 12, 6, 1280, -1},
   };
   for (const auto& c : kCases) {
-    SCOPED_TRACE(toString(c.session));
-    UseParameters(c.session);
+    SCOPED_TRACE(c.session);
+    Headset(std::string("parameters ") + c.session);
     EXPECT_EQ(OpenStream(), c.result);
     ASSERT_NE(stream, nullptr);
     EXPECT_EQ(config.sample_rate, c.rate);
@@ -97,7 +95,7 @@ TEST_F(Stream, OpensInTheSessionsConfiguration) {
   }
 }
 
-TEST_F(Stream, OpenAndCloseLogTheirSteps) {
+TEST_F(Stream, OpenCloseAndRefusalLogTheirSteps) {
   OpenDevice();
   log.SetMinimumPriority(ANDROID_LOG_VERBOSE);
   log.Take();
@@ -110,10 +108,8 @@ TEST_F(Stream, OpenAndCloseLogTheirSteps) {
                           "V binaural_close_input_stream: state=STANDBY, stopping",
                           "V binaural_close_input_stream: state=DISABLED, stopped",
                           "I binaural_close_input_stream out"}));
-}
 
-TEST_F(Stream, RefusedSetUpPublishesNothing) {
-  OpenDevice();
+  // A refused set-up publishes nothing.
   EXPECT_EQ(OpenStream(AUDIO_DEVICE_IN_BUILTIN_MIC), -EINVAL);
   EXPECT_EQ(stream, nullptr);
   EXPECT_EQ(device_stream(), nullptr);
@@ -138,7 +134,7 @@ TEST_F(Stream, CloseKeepsTheFourSettingsOnly) {
 
 // A failed algorithm leaves the stream published; one that is never closed goes at the next open.
 TEST_F(Stream, FailedOpenIsClosedByTheCallerOrReaped) {
-  UseParameters({SampleRate::RATE_96000, ChannelMode::STEREO, BitsPerSample::BITS_16});
+  Headset("parameters RATE_96000 STEREO BITS_16");
   EXPECT_EQ(OpenStream(), -1);
   ASSERT_NE(stream, nullptr);
   EXPECT_THAT(log.TakeErrors(kTag),
@@ -202,29 +198,21 @@ TEST_F(Stream, GettersReportTheSessionAsItIsNow) {
 
 TEST_F(Stream, ParameterQueriesAnswerFromTheTable) {
   ASSERT_EQ(OpenStream(), 0);
-  const struct {
-    const char* session;
-    const char* keys;
-    AudioParamMap reply;
-  } kCases[] = {
-      {"RATE_48000 STEREO BITS_16",
-       "sup_sampling_rates;sup_channels",
-       {{"sup_sampling_rates", "48000"}, {"sup_channels", "AUDIO_CHANNEL_IN_STEREO"}}},
-      {"RATE_192000 MONO BITS_32",
-       "sup_sampling_rates;sup_channels;other",
-       {{"sup_sampling_rates", "192000"}, {"sup_channels", "AUDIO_CHANNEL_IN_MONO"}}},
-      {"RATE_48000 STEREO BITS_32", "sup_formats", {{"sup_formats", "AUDIO_FORMAT_PCM_32_BIT"}}},
-      {"RATE_24000 STEREO BITS_24",
-       "sup_sampling_rates=1;sup_formats",
-       {{"sup_sampling_rates", "24000"}, {"sup_formats", "AUDIO_FORMAT_PCM_24_BIT_PACKED"}}},
-      // Nothing loaded: the values are outside the table.
-      {"RATE_UNKNOWN STEREO BITS_16", "sup_sampling_rates", {{"sup_sampling_rates", ""}}},
-      {"RATE_48000 STEREO BITS_16", "other", {}},
+  const auto expect = [this](const std::string& session, const char* keys,
+                             const AudioParamMap& reply) {
+    Headset("parameters " + session);
+    EXPECT_EQ(ParseAudioParams(GetStreamParameters(keys)), reply) << session;
   };
-  for (const auto& c : kCases) {
-    Headset(std::string("parameters ") + c.session);
-    EXPECT_EQ(ParseAudioParams(GetStreamParameters(c.keys)), c.reply) << c.session;
-  }
+  expect("RATE_48000 STEREO BITS_16", "sup_sampling_rates;sup_channels",
+         {{"sup_sampling_rates", "48000"}, {"sup_channels", "AUDIO_CHANNEL_IN_STEREO"}});
+  expect("RATE_192000 MONO BITS_32", "sup_sampling_rates;sup_channels;other",
+         {{"sup_sampling_rates", "192000"}, {"sup_channels", "AUDIO_CHANNEL_IN_MONO"}});
+  expect("RATE_48000 STEREO BITS_32", "sup_formats", {{"sup_formats", "AUDIO_FORMAT_PCM_32_BIT"}});
+  expect("RATE_24000 STEREO BITS_24", "sup_sampling_rates=1;sup_formats",
+         {{"sup_sampling_rates", "24000"}, {"sup_formats", "AUDIO_FORMAT_PCM_24_BIT_PACKED"}});
+  // Nothing loaded: the values are outside the table.
+  expect("RATE_UNKNOWN STEREO BITS_16", "sup_sampling_rates", {{"sup_sampling_rates", ""}});
+  expect("RATE_48000 STEREO BITS_16", "other", {});
   log.Take();
   EXPECT_EQ(GetStreamParameters(""), "");
   EXPECT_THAT(log.TakeErrors(kTag), ElementsAre("in_get_parameters: ParseAudioParams fail------"));
@@ -323,41 +311,33 @@ TEST_F(Stream, SavedPositionsComeOldestFirstThenTheCount) {
 // Bytes are counted as 16-bit stereo, and the delay is divided down to milliseconds before it is taken
 // from nanoseconds: 250 ms count as 250 ns.
 TEST_F(Stream, PortPositionIsConvertedAsRequired) {
-  // The later rows overflow where a count or a time is kept in 32 bits.
-  const struct {
-    const char* given;  // bytes, time in ns, delay in ns
-    std::pair<int64_t, int64_t> position;
-  } kCases[] = {
-      {"position given 3843 5000000400 250000000", {960, 5000000150}},
-      {"position given 17179869188 5000000400 0", {4294967297, 5000000400}},
-      {"position given 4 400000000000000 0", {1, 400000000000000}},
-  };
   ASSERT_EQ(OpenStream(), 0);
-  for (const auto& c : kCases) {
-    Headset(c.given);
-    EXPECT_EQ(Position(), c.position);
-  }
+  // Bytes, time in ns, delay in ns.
+  Headset("position given 3843 5000000400 250000000");
+  EXPECT_EQ(Position(), std::pair(int64_t{960}, int64_t{5000000150}));
+  // These overflow where a count or a time is kept in 32 bits.
+  Headset("position given 17179869188 5000000400 0");
+  EXPECT_EQ(Position(), std::pair(int64_t{4294967297}, int64_t{5000000400}));
+  Headset("position given 4 400000000000000 0");
+  EXPECT_EQ(Position(), std::pair(int64_t{1}, int64_t{400000000000000}));
 }
 
 TEST_F(Stream, EffectsAndMicrophoneControlsAreAcceptedAndIgnored) {
   EXPECT_EQ(kBinauralInDefaultStateTimeoutMs, 20u);  // exported, and of no effect either
   ASSERT_EQ(OpenStream(), 0);
   size_t count = 9;
-  const int answers[] = {common().add_audio_effect(&common(), nullptr),
-                         common().remove_audio_effect(&common(), nullptr),
-                         common().dump(&common(), -1),
-                         stream->set_gain(stream, 2.0F),
-                         static_cast<int>(stream->get_input_frames_lost(stream)),
-                         stream->get_active_microphones(stream, nullptr, &count),
-                         stream->set_microphone_direction(stream, MIC_DIRECTION_BACK),
-                         stream->set_microphone_field_dimension(stream, 1)};
-  EXPECT_THAT(answers, testing::Each(0));
+  EXPECT_EQ(common().add_audio_effect(&common(), nullptr), 0);
+  EXPECT_EQ(common().remove_audio_effect(&common(), nullptr), 0);
+  EXPECT_EQ(common().dump(&common(), -1), 0);
+  EXPECT_EQ(stream->set_gain(stream, 2.0F), 0);
+  EXPECT_EQ(stream->get_input_frames_lost(stream), 0u);
+  EXPECT_EQ(stream->get_active_microphones(stream, nullptr, &count), 0);
   EXPECT_EQ(count, 9u);
+  EXPECT_EQ(stream->set_microphone_direction(stream, MIC_DIRECTION_BACK), 0);
+  EXPECT_EQ(stream->set_microphone_field_dimension(stream, 1), 0);
   stream->update_sink_metadata(stream, nullptr);
-  EXPECT_EQ(common().get_device, nullptr);
-  EXPECT_EQ(common().set_device, nullptr);
-  EXPECT_EQ(stream->create_mmap_buffer, nullptr);
-  EXPECT_EQ(stream->get_mmap_position, nullptr);
+  EXPECT_TRUE(!common().get_device && !common().set_device);
+  EXPECT_TRUE(!stream->create_mmap_buffer && !stream->get_mmap_position);
 }
 
 }  // namespace

@@ -113,24 +113,22 @@ TEST_F(AlgorithmRuntimeTest, InitialisationBuildsEverythingThatAReadNeeds) {
 TEST_F(AlgorithmRuntimeTest, AFailedInitialisationSaysWhyAndTheNextOneWorks) {
   const std::string kSelf = "binaural_algorithm_init_1_0: ";
   const std::string kNoLength = kSelf + "audio ringBuffLen get fail----";
-  const std::string kNoMemory = kSelf + "bcap_query_memory fail.";
   const std::string kNoBuffer = kSelf + "enter, audio RingBuffer_create fail-----";
   const std::string kLong = kSelf + "ringBufferLen 16777232 is more than 16777216";
   const std::string kHuge = kSelf + "ringBufferLen 8589934608 is more than 16777216";
   const struct {
-    const char* name;
     uint32_t rate_hz, mask, frames;
     bool buffers_stay;
     std::vector<std::string> errors;
   } kCases[] = {
-      {"no frames", 48000, kStereo, 0, false, {kNoLength}},
-      {"mask of no kind", 48000, 0x40000000, 960, false, {kNoLength}},
-      {"rate of the library's none", 16000, kStereo, 320, true, {kNoMemory}},
-      {"more than 16 MiB", 48000, kStereo, (16u << 20) / 16 + 1, false, {kLong, kNoBuffer}},
-      {"more than 32 bits", 48000, kStereo, 0x20000001, false, {kHuge, kNoBuffer}},
+      {48000, kStereo, 0, false, {kNoLength}},
+      {48000, 0x40000000, 960, false, {kNoLength}},  // a mask of no kind
+      {16000, kStereo, 320, true, {kSelf + "bcap_query_memory fail."}},
+      {48000, kStereo, (16u << 20) / 16 + 1, false, {kLong, kNoBuffer}},  // more than 16 MiB
+      {48000, kStereo, 0x20000001, false, {kHuge, kNoBuffer}},            // more than 32 bits
   };
   for (const auto& row : kCases) {
-    SCOPED_TRACE(row.name);
+    SCOPED_TRACE(row.errors[0]);
     Stream(row.rate_hz, row.mask, row.frames);
     for (int attempt = 0; attempt < 2; ++attempt) {  // the second must not leak what the first left
       EXPECT_EQ(-1, Init());
@@ -153,8 +151,7 @@ TEST_F(AlgorithmRuntimeTest, AFailedInitialisationSaysWhyAndTheNextOneWorks) {
 TEST_F(AlgorithmRuntimeTest, OnlyTheSameModeWithoutForceLeavesTheInstanceAlone) {
   const struct {
     int mode;
-    bool force;
-    bool rebuilt;
+    bool force, rebuilt;
     uint32_t stored;
   } kCases[] = {{0, false, false, 0}, {0, true, true, 0},  {1, false, true, 1},
                 {1, false, false, 1}, {7, false, true, 0}, {7, false, true, 0},
@@ -235,10 +232,14 @@ TEST_F(AlgorithmRuntimeTest, AProfileOfTheFileReachesTheLibraryClampedThere) {
   EXPECT_EQ(11, applied.peq_band_gain.values[72]) << "those of the second profile";
   EXPECT_EQ(-500, applied.nfm_band_energy.values[0]);
 
-  std::vector<std::string> texts;
-  for (const LoggedLine& line : log_.Take(kTag)) {
-    texts.push_back(line.text);
-  }
+  const auto texts = [this] {
+    std::vector<std::string> found;
+    for (const LoggedLine& line : log_.Take(kTag)) {
+      EXPECT_EQ(ANDROID_LOG_INFO, line.priority);
+      found.push_back(line.text);
+    }
+    return found;
+  };
   const std::vector<std::string> kExpected = {
       "binaural_algorithm_init_1_0 enter----",
       "binaural_algorithm_init_1_0: enter, buffer_size 3840, channel_count 2, ringBufferLen 15360",
@@ -255,43 +256,39 @@ TEST_F(AlgorithmRuntimeTest, AProfileOfTheFileReachesTheLibraryClampedThere) {
       "pregainLimiterPeak=0 rnnEn=0 rnnAmount=0 postgainEn=0 postgainBoost=0 "
       "postgainLimiterPeak=0 rmxAmount=0 peqAmount=0 nfmAmount=0",
   };
-  EXPECT_EQ(kExpected, texts);
+  EXPECT_EQ(kExpected, texts());
+
+  // A store that was released and still says parsed gives the built-in values.
+  adev_release_algo_config_coeff_1_0();
+  ASSERT_EQ(1u, coeffBuf.parseConfigSuccessFlag);
+  ASSERT_EQ(0, Init());
+  EXPECT_EQ(288, Applied().pregain_boost);
+  EXPECT_THAT(texts(), IsSupersetOf({"getCoeffConfig has no matched btName...",
+                                     "algo_change_scene_parameters binauralUseDefaultCoeff..."}));
 }
 
 TEST_F(AlgorithmRuntimeTest, WhatDoesNotFitFallsBackAndTheChoiceNamesTheStep) {
-  const struct {
-    const char* name;
-    const char* headset;
-    int scene_index;
-    int mode;
-    TuningStep step;
-  } kCases[] = {
-      {"match", "Buds", 0, 0, TuningStep::kMatched},
-      {"case", "buds", 0, 0, TuningStep::kNoHeadset},
-      {"longer", "Buds 2", 0, 0, TuningStep::kNoHeadset},
-      {"no name", "", 0, 0, TuningStep::kNoHeadset},
-      {"third profile absent", "Buds", 2, 0, TuningStep::kNoProfile},
-      {"mode absent", "Buds", 0, 1, TuningStep::kModeNotInModule},
-      {"mode beyond a shift", "Buds", 0, 40, TuningStep::kModeNotInModule},
-      {"mode below", "Buds", 0, -1, TuningStep::kModeNotInModule},
-  };
   Parsed("Buds", 7);
-  for (const auto& row : kCases) {
-    SCOPED_TRACE(row.name);
-    const TuningChoice choice = ChooseTuning(coeffBuf, row.headset, row.scene_index, row.mode);
-    EXPECT_EQ(row.step, choice.step);
-    const bool matched = row.step == TuningStep::kMatched;
+  const auto chooses = [](TuningStep step, const char* headset, int scene_index, int mode) {
+    SCOPED_TRACE(testing::Message() << headset << " " << scene_index << " " << mode);
+    const TuningChoice choice = ChooseTuning(coeffBuf, headset, scene_index, mode);
+    EXPECT_EQ(step, choice.step);
+    const bool matched = step == TuningStep::kMatched;
     EXPECT_EQ(matched, choice.profile != nullptr);
     EXPECT_EQ(matched, choice.params->pregainBoost == 7);
     EXPECT_EQ(73u, choice.peqNum);
     EXPECT_EQ(matched ? -500 : -724, choice.nfmData[0]);
-  }
-  ReleaseCoefficients(&coeffBuf);  // the flag stays
-  EXPECT_EQ(TuningStep::kNoStore, ChooseTuning(coeffBuf, "Buds", 0, 0).step);
-}
+  };
+  chooses(TuningStep::kMatched, "Buds", 0, 0);
+  chooses(TuningStep::kNoHeadset, "buds", 0, 0);
+  chooses(TuningStep::kNoHeadset, "Buds 2", 0, 0);
+  chooses(TuningStep::kNoHeadset, "", 0, 0);
+  chooses(TuningStep::kNoProfile, "Buds", 2, 0);
+  chooses(TuningStep::kModeNotInModule, "Buds", 0, 1);
+  chooses(TuningStep::kModeNotInModule, "Buds", 0, 40);  // beyond a shift
+  chooses(TuningStep::kModeNotInModule, "Buds", 0, -1);
 
-TEST_F(AlgorithmRuntimeTest, TheFirstHeadsetOfANameThatFitsWins) {
-  Parsed("Buds", 7);
+  // The first headset of a name whose profile fits wins.
   BtHeadsetConfig pair[2] = {coeffBuf.btConfig[0], coeffBuf.btConfig[0]};
   pair[0].profiles[0].moduleConfigFound = 0;
   AlgoConfigCoeff store = coeffBuf;
@@ -299,41 +296,28 @@ TEST_F(AlgorithmRuntimeTest, TheFirstHeadsetOfANameThatFitsWins) {
   store.btHeadsetNum = 2;
   EXPECT_EQ(1u, ChooseTuning(store, "Buds", 0, 0).headset);
   EXPECT_EQ(0u, ChooseTuning(store, "Buds", 1, 0).headset);
-}
 
-TEST_F(AlgorithmRuntimeTest, AReleasedStoreThatStillSaysParsedGivesTheBuiltInValues) {
-  Parsed("Buds", 7);
-  strcpy(gRuntimeParam.btHeadsetName, "Buds");
-  adev_release_algo_config_coeff_1_0();
-  ASSERT_EQ(1u, coeffBuf.parseConfigSuccessFlag);
-  ASSERT_EQ(0, Init());
-  EXPECT_EQ(256, Applied().pregain_boost);
-  const auto info = [](const char* text) { return LoggedLine{ANDROID_LOG_INFO, kTag, text}; };
-  EXPECT_THAT(log_.Take(kTag),
-              IsSupersetOf({info("getCoeffConfig has no matched btName..."),
-                            info("algo_change_scene_parameters binauralUseDefaultCoeff...")}));
+  ReleaseCoefficients(&coeffBuf);  // the flag stays
+  EXPECT_EQ(TuningStep::kNoStore, ChooseTuning(coeffBuf, "Buds", 0, 0).step);
 }
 
 TEST_F(AlgorithmRuntimeTest, BandListsTheLibraryObjectsToAreLoggedAndAppliedAsFarAsTheyGo) {
   const std::vector<std::string> kObjections = {
       "setOnePassModeSceneParameters Setting PEQ band gains is invalid and error_id: 12",
       "setOnePassModeSceneParameters Setting NFM band energy is invalid and error_id 14"};
-  const struct {
-    uint32_t rate_hz, values;
-    bool fits;
-  } kCases[] = {{48000, 73, true},
-                {44100, 75, true},
-                {48000, 75, false},
-                {44100, 96, false},
-                {48000, 10, false}};
-  for (const auto& row : kCases) {
-    SCOPED_TRACE(row.values);
+  const std::tuple<uint32_t, uint32_t, bool> kCases[] = {{48000, 73, true},
+                                                         {44100, 75, true},
+                                                         {48000, 75, false},
+                                                         {44100, 96, false},
+                                                         {48000, 10, false}};
+  for (const auto& [rate_hz, values, fits] : kCases) {
+    SCOPED_TRACE(values);
     ReleaseCoefficients(&coeffBuf);
-    Parsed("", 0, row.values);
-    Stream(row.rate_hz, kStereo, 960);
+    Parsed("", 0, values);
+    Stream(rate_hz, kStereo, 960);
     ASSERT_EQ(0, Init());
-    EXPECT_EQ(row.fits ? std::vector<std::string>{} : kObjections, log_.TakeErrors(kTag));
-    EXPECT_EQ(row.values > 74 ? 10 : 0, Applied().peq_band_gain.values[74]);
+    EXPECT_EQ(fits ? std::vector<std::string>{} : kObjections, log_.TakeErrors(kTag));
+    EXPECT_EQ(values > 74 ? 10 : 0, Applied().peq_band_gain.values[74]);
   }
 }
 
