@@ -18,22 +18,21 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
+constexpr const char* kFolders[] = {"/odm", "/vendor", "/system"};
+
 // A device's file system below a folder of its own, and the loader pointed at it.
 class HostLoader : public ::testing::Test {
  protected:
   void SetUp() override {
     char name[] = "/tmp/host_loader_XXXXXX";
     root_ = mkdtemp(name);
-    for (const char* folder : {"/odm", "/vendor", "/system"}) {
+    for (const char* folder : kFolders) {
       host_redirect(folder, (root_ / (folder + 1)).c_str());
       fs::create_directories(Folder(folder));
     }
   }
   void TearDown() override {
-    if (module_ != nullptr && module_ != &untouched_) {
-      dlclose(module_->dso);
-    }
-    for (const char* folder : {"/odm", "/vendor", "/system"}) {
+    for (const char* folder : kFolders) {
       host_redirect(folder, nullptr);
     }
     fs::remove_all(root_);
@@ -50,108 +49,85 @@ class HostLoader : public ::testing::Test {
     fs::copy_file(fs::path(FAKE_MODULE_FOLDER) / ("fake_module_" + kind + ".so"), target);
     return target;
   }
-  int Find() { return hw_get_module_by_class("audio", "binaural_record", &module_); }
+  int Find() {
+    module_ = &untouched_;
+    return hw_get_module_by_class("audio", "binaural_record", &module_);
+  }
 
   fs::path root_;
   const hw_module_t untouched_{};
-  const hw_module_t* module_ = &untouched_;
+  const hw_module_t* module_ = nullptr;
 };
 
-TEST_F(HostLoader, FillsTheHandleOfAnAudioModule) {
-  const fs::path file = Install("audio", "/odm");
-  ASSERT_EQ(Find(), 0);
-  EXPECT_STREQ(module_->id, "audio");
-  ASSERT_NE(module_->dso, nullptr);
-  EXPECT_EQ(dlsym(module_->dso, "HMI"), module_);
-}
-
-TEST_F(HostLoader, LeavesThePointerAloneWhenNothingIsInstalled) {
+TEST_F(HostLoader, FillsTheHandleOfAnAudioModuleAndNothingWithoutOne) {
   EXPECT_EQ(Find(), -ENOENT);
   EXPECT_EQ(module_, &untouched_);
   EXPECT_THAT(host_loader_error(), HasSubstr("audio.binaural_record.*.so"));
   EXPECT_THAT(host_loader_error(), HasSubstr(Folder("/vendor").string()));
+  Install("audio", "/odm");
+  ASSERT_EQ(Find(), 0);
+  EXPECT_STREQ(module_->id, "audio");
+  ASSERT_NE(module_->dso, nullptr);
+  EXPECT_EQ(dlsym(module_->dso, "HMI"), module_);
+  dlclose(module_->dso);
 }
 
 TEST_F(HostLoader, RefusesWhatIsNoAudioModuleAndSaysWhy) {
-  const struct {
-    const char* kind;
-    const char* reason;
-  } cases[] = {{"no_hmi", "has no symbol HMI"},
-               {"sensor", "is of class \"sensors\", not \"audio\""},
-               {"missing_dependency", "absent_everywhere"}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.kind);
-    const fs::path file = Install(c.kind, "/odm");
-    module_ = &untouched_;
+  const std::pair<const char*, const char*> cases[] = {
+      {"no_hmi", "has no symbol HMI"},
+      {"sensor", "is of class \"sensors\", not \"audio\""},
+      {"missing_dependency", "absent_everywhere"},
+      {"audio", "wrong ELF class"}};
+  for (const auto& [kind, reason] : cases) {
+    SCOPED_TRACE(kind);
+    const fs::path file = Install(kind, "/odm");
+    if (kind == std::string("audio")) {
+      // Byte 4 of an ELF file is its class: 1 for 32 bits, 2 for 64.
+      std::fstream elf(file, std::ios::in | std::ios::out | std::ios::binary);
+      elf.seekp(4).put(sizeof(void*) == 8 ? 1 : 2);
+    }
     EXPECT_EQ(Find(), -EINVAL);
     EXPECT_EQ(module_, nullptr);
     EXPECT_THAT(host_loader_error(), HasSubstr(file.string()));
-    EXPECT_THAT(host_loader_error(), HasSubstr(c.reason));
+    EXPECT_THAT(host_loader_error(), HasSubstr(reason));
+    fs::resize_file(file, 0);
+    EXPECT_EQ(Find(), -EINVAL);
+    EXPECT_THAT(host_loader_error(), HasSubstr(file.string()));
     fs::remove(file);
   }
 }
 
-TEST_F(HostLoader, RefusesAModuleOfTheOtherWordSizeAndAnEmptyFile) {
-  const fs::path file = Install("audio", "/odm");
-  {
-    // Byte 4 of an ELF file is its class: 1 for 32 bits, 2 for 64.
-    std::fstream elf(file, std::ios::in | std::ios::out | std::ios::binary);
-    elf.seekp(4);
-    elf.put(sizeof(void*) == 8 ? 1 : 2);
-  }
-  EXPECT_EQ(Find(), -EINVAL);
-  EXPECT_THAT(host_loader_error(), HasSubstr("wrong ELF class"));
-  fs::resize_file(file, 0);
-  EXPECT_EQ(Find(), -EINVAL);
-  EXPECT_THAT(host_loader_error(), HasSubstr(file.string()));
-}
-
 TEST_F(HostLoader, TriesVariantsBeforeFoldersAndTakesTheFirstFile) {
-  struct Installed {
-    const char* top;
-    const char* variant;
-    const char* kind;
-  };
   const struct {
-    const char* name;
-    std::vector<Installed> files;
-    const char* author;  // of the module found; null: the first file taken does not load
+    const char *later_folder, *later_variant;
+    const char *first_folder, *first_variant;
   } cases[] = {
-      {"odm before vendor",
-       {{"/vendor", "default", "audio"}, {"/odm", "default", "second"}},
-       "second"},
-      {"system last",
-       {{"/system", "default", "audio"}, {"/vendor", "default", "second"}},
-       "second"},
-      {"variant before folder",
-       {{"/odm", "default", "audio"}, {"/system", "board", "second"}},
-       "second"},
-      {"own property first", {{"/odm", "board", "audio"}, {"/odm", "special", "second"}}, "second"},
-      {"hardware before board", {{"/odm", "board", "audio"}, {"/odm", "chip", "second"}}, "second"},
-      {"unloadable decides", {{"/odm", "default", "audio"}, {"/odm", "chip", "no_hmi"}}, nullptr},
+      {"/vendor", "default", "/odm", "default"}, {"/system", "default", "/vendor", "default"},
+      {"/odm", "default", "/system", "board"},  // the variant before the folder
+      {"/odm", "board", "/odm", "special"},     // the module's own property first
+      {"/odm", "board", "/odm", "chip"},        // the hardware before the board
   };
-  host_set_property("ro.hardware.audio.binaural_record", "special");
-  host_set_property("ro.hardware", "chip");
-  host_set_property("ro.product.board", "board");
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    std::vector<fs::path> installed;
-    for (const Installed& file : c.files) {
-      installed.push_back(Install(file.kind, file.top, file.variant));
-    }
-    module_ = &untouched_;
-    EXPECT_EQ(Find(), c.author == nullptr ? -EINVAL : 0);
-    if (module_ != nullptr) {
-      EXPECT_STREQ(module_->author, c.author);
-      dlclose(module_->dso);
-      module_ = nullptr;
-    }
-    for (const fs::path& file : installed) {
-      fs::remove(file);
-    }
+  const std::pair<const char*, const char*> properties[] = {
+      {"ro.hardware.audio.binaural_record", "special"},
+      {"ro.hardware", "chip"},
+      {"ro.product.board", "board"}};
+  for (const auto& [name, value] : properties) {
+    host_set_property(name, value);
   }
-  for (const char* name :
-       {"ro.hardware.audio.binaural_record", "ro.hardware", "ro.product.board"}) {
+  for (const auto& c : cases) {
+    const fs::path later = Install("audio", c.later_folder, c.later_variant);
+    const fs::path first = Install("second", c.first_folder, c.first_variant);
+    SCOPED_TRACE(first.string());
+    ASSERT_EQ(Find(), 0);
+    EXPECT_STREQ(module_->author, "second");
+    dlclose(module_->dso);
+    fs::remove(first);
+    fs::remove(later);
+  }
+  Install("audio", "/odm");
+  Install("no_hmi", "/odm", "chip");
+  EXPECT_EQ(Find(), -EINVAL);  // the first file decides, loadable or not
+  for (const auto& [name, value] : properties) {
     host_set_property(name, nullptr);
   }
 }
@@ -164,23 +140,22 @@ TEST_F(HostLoader, PassesOverALinkThatLeadsOutOfTheFolder) {
   const fs::path inside = Folder("/vendor") / "real.so";
   fs::copy_file(outside, inside);
   fs::create_symlink(inside, Folder("/vendor") / "audio.binaural_record.default.so");
-  EXPECT_EQ(Find(), 0);
+  ASSERT_EQ(Find(), 0);
+  dlclose(module_->dso);
 }
 
 TEST(HostRedirect, TakesTheLongestEntryAtAFolderBoundary) {
   host_redirect("/odm", "/a");
   host_redirect("/odm/etc/file.xml", "/b.xml");
-  const struct {
-    const char* device_path;
-    const char* host_path;
-  } cases[] = {{"/odm/etc/file.xml", "/b.xml"},
-               {"/odm/etc/file.xml.bak", "/a/etc/file.xml.bak"},
-               {"/odm", "/a"},
-               {"/odmx/etc", "/odmx/etc"},
-               {"/data/odm", "/data/odm"},
-               {"relative", "relative"}};
-  for (const auto& c : cases) {
-    EXPECT_STREQ(host_resolve(c.device_path).text, c.host_path);
+  const std::pair<const char*, const char*> cases[] = {
+      {"/odm/etc/file.xml", "/b.xml"},
+      {"/odm/etc/file.xml.bak", "/a/etc/file.xml.bak"},
+      {"/odm", "/a"},
+      {"/odmx/etc", "/odmx/etc"},
+      {"/data/odm", "/data/odm"},
+      {"relative", "relative"}};
+  for (const auto& [device_path, host_path] : cases) {
+    EXPECT_STREQ(host_resolve(device_path).text, host_path);
   }
   EXPECT_STREQ(host_resolve(("/odm/" + std::string(PATH_MAX, 'x')).c_str()).text, "");
   host_redirect("/odm", nullptr);

@@ -231,19 +231,24 @@ TEST_F(CoefficientFileTest, AModeStartsFromItsBuiltInValuesAndAModeThatIsAbsentS
                           -400, 6554, 28264, 31579, 4, 0));
   std::memcpy(words.data(), &module.modes[0], sizeof(AlgoModeParams));
   EXPECT_THAT(words, ::testing::Each(0));
+
+  // A repeated mode starts again.
+  ASSERT_EQ(0, Parse(WithMode(Mode("value='1'", "<param name='hpf_enable' value='1'/>") +
+                              Mode("value='1'", "<param name='rnn_enable' value='1'/>"))));
+  EXPECT_EQ(0, store_.moduleConfig[0].modes[1].hpfEn);
+  EXPECT_EQ(1, store_.moduleConfig[0].modes[1].rnnEn);
 }
 
 TEST_F(CoefficientFileTest, EachParameterLandsInItsOwnWord) {
   // In the order of the words; a dot is a word that no plain parameter sets.
   std::istringstream names(
       "selfie_mode hpf_enable pregain_enable pregain_boost pregain_limiter_peak rnn_enable "
-      "rnn_amount "
-      "postgain_enable postgain_boost postgain_limiter_peak rmx_amount peq_amount nfm_amount "
-      "deq_enable lev_enable lev_amount lev_loudness_range ldn_enable lrc_enable bsep_enable "
-      "bsep_resgain_attenuate sfe_enable sfe_amount wnr_enable wnr_amount pregain_agc_enable "
-      "pregain_agc_amount postgain_agc_enable postgain_agc_amount pregain_dra_enable "
-      "pregain_dra_tuning . . . . postgain_dra_enable postgain_dra_tuning . . . . "
-      "postgain_out_target");
+      "rnn_amount postgain_enable postgain_boost postgain_limiter_peak rmx_amount peq_amount "
+      "nfm_amount deq_enable lev_enable lev_amount lev_loudness_range ldn_enable lrc_enable "
+      "bsep_enable bsep_resgain_attenuate sfe_enable sfe_amount wnr_enable wnr_amount "
+      "pregain_agc_enable pregain_agc_amount postgain_agc_enable postgain_agc_amount "
+      "pregain_dra_enable pregain_dra_tuning . . . . postgain_dra_enable postgain_dra_tuning . "
+      ". . . postgain_out_target");
   std::vector<std::string> name(42);
   std::string params;
   for (int word = 0; word < 42; ++word) {
@@ -266,29 +271,15 @@ TEST_F(CoefficientFileTest, EachParameterLandsInItsOwnWord) {
 }
 
 TEST_F(CoefficientFileTest, IntegersAreReadLikeAtoiAndSaturate) {
-  constexpr int32_t kMost = 2147483647;
-  const std::pair<const char*, int32_t> kCases[] = {{"  12", 12},
-                                                    {"-7junk", -7},
-                                                    {"junk", 0},
-                                                    {"", 0},
-                                                    {"0x10", 0},
-                                                    {"1.9", 1},
-                                                    {"+5", 5},
-                                                    {"99999999999", kMost},
-                                                    {"2147483648", kMost},
-                                                    {"-99999999999999999999", -kMost - 1}};
-  for (const auto& [text, value] : kCases) {
-    const std::string param = std::string("<param name='rmx_amount' value='") + text + "'/>";
-    ASSERT_EQ(0, Parse(WithMode(Mode("value='0'", param))));
-    EXPECT_EQ(value, store_.moduleConfig[0].modes[0].rmxAmount) << "'" << text << "'";
+  std::vector<int32_t> values;
+  for (const std::string text : {"  12", "-7junk", "junk", "", "0x10", "1.9", "+5", "99999999999",
+                                 "2147483648", "-99999999999999999999"}) {
+    ASSERT_EQ(
+        0, Parse(WithMode(Mode("value='0'", "<param name='rmx_amount' value='" + text + "'/>"))));
+    values.push_back(store_.moduleConfig[0].modes[0].rmxAmount);
   }
-}
-
-TEST_F(CoefficientFileTest, ARepeatedModeStartsAgain) {
-  ASSERT_EQ(0, Parse(WithMode(Mode("value='1'", "<param name='hpf_enable' value='1'/>") +
-                              Mode("value='1'", "<param name='rnn_enable' value='1'/>"))));
-  EXPECT_EQ(0, store_.moduleConfig[0].modes[1].hpfEn);
-  EXPECT_EQ(1, store_.moduleConfig[0].modes[1].rnnEn);
+  constexpr int32_t kMost = 2147483647;
+  EXPECT_THAT(values, ElementsAre(12, -7, 0, 0, 0, 1, 5, kMost, kMost, -kMost - 1));
 }
 
 TEST_F(CoefficientFileTest, SurplusAndUnknownElementsAreIgnoredAndTheFirstModuleOfANameWins) {
