@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 
 #include <gmock/gmock.h>
 
@@ -65,14 +66,7 @@ TEST_F(Device, ParametersAreStoredOrRefused) {
   const std::string mixed = of + "bt_name=Buds;" + of + "algorithmMode=x;" + of +
                             "mirror=true;unknown=1;" + of + "orientation=front";
   const Log in_order = {orientation, selfie, selfie_set, mirror, on, mode + "x", bad_mode + "x"};
-  const struct {
-    std::string text;
-    uint32_t scene;
-    bool mirror;
-    uint32_t mode;
-    std::string name;
-    Log lines;
-  } kCases[] = {
+  const std::tuple<std::string, uint32_t, bool, uint32_t, std::string, Log> kCases[] = {
       {of + "orientation=front", 1, false, 0, "old", {orientation, selfie, selfie_set}},
       {of + "orientation=back", 0, false, 0, "old", {orientation, normal, normal_set}},
       {of + "orientation=Back", 0, false, 0, "old", {orientation, bad("orientation")}},
@@ -88,17 +82,17 @@ TEST_F(Device, ParametersAreStoredOrRefused) {
       {"", 0, false, 0, "old", {}},
       {";", 0, false, 0, "old", {}},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.text);
+  for (const auto& [text, scene, mirrored, mode_number, name, lines] : kCases) {
+    SCOPED_TRACE(text);
     runtime() = {};
     strcpy(runtime().btHeadsetName, "old");
     log.Take();
-    EXPECT_EQ(SetParameters(c.text), 0);
-    EXPECT_EQ(runtime().algScene, c.scene);
-    EXPECT_EQ(runtime().mirrorEnabled, c.mirror);
-    EXPECT_EQ(runtime().algMode, c.mode);
-    EXPECT_EQ(runtime().btHeadsetName, c.name);
-    EXPECT_EQ(Lines(), c.lines);
+    EXPECT_EQ(SetParameters(text), 0);
+    EXPECT_EQ(runtime().algScene, scene);
+    EXPECT_EQ(runtime().mirrorEnabled, mirrored);
+    EXPECT_EQ(runtime().algMode, mode_number);
+    EXPECT_EQ(runtime().btHeadsetName, name);
+    EXPECT_EQ(Lines(), lines);
   }
   EXPECT_EQ(device->set_parameters(device, nullptr), 0);
 }

@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <tuple>
+
 #include <sys/stat.h>
 
 #include <gmock/gmock.h>
@@ -88,13 +90,10 @@ TEST_F(ModuleEntry, FirstOpenWithoutAFileGivesAUsableDevice) {
                           "I adev_binaural_record_open get BINAURAL_ALGO_COEFF_CONFIG_FILE fail."));
 }
 
-// What each file makes of a generation that was 7 before; 7 means unchanged.
+// What each file makes of a generation that was 7 before; 7 means unchanged. The last line is given
+// without the function's name.
 TEST_F(ModuleEntry, FileDecidesTheGeneration) {
-  const struct {
-    std::string file;
-    int32_t generation;
-    std::string last_line;  // after the function's name
-  } kCases[] = {
+  const std::tuple<std::string, int32_t, std::string> kCases[] = {
       {"no xml", 7, "I get BINAURAL_ALGO_COEFF_CONFIG_FILE fail."},
       {"<tuning bnc_verson=\"1.1.0\"/>", 7,
        "E Load BINAURAL_ALGO_COEFF_CONFIG_FILE declaration NULL."},
@@ -106,16 +105,16 @@ TEST_F(ModuleEntry, FileDecidesTheGeneration) {
       {Version(" 1.1.0"), 0, "I binaural algo bcn_version config error, please check.."},
       {Version("1.4.0"), 0, "E: access or load_bcap_2_0_lib failed."},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.file);
-    WriteCoefficients(c.file);
+  for (const auto& [file, generation, last_line] : kCases) {
+    SCOPED_TRACE(file);
+    WriteCoefficients(file);
     gAlgoVersion = 7;
     OpenDevice();
-    EXPECT_EQ(gAlgoVersion, c.generation);
+    EXPECT_EQ(gAlgoVersion, generation);
     std::string line = Lines(kTag).back();
-    EXPECT_EQ(line.erase(1, strlen(" adev_binaural_record_open")), c.last_line);
+    EXPECT_EQ(line.erase(1, strlen(" adev_binaural_record_open")), last_line);
     CloseDevice();
-    EXPECT_EQ(gAlgoVersion, c.generation);  // close keeps it
+    EXPECT_EQ(gAlgoVersion, generation);  // close keeps it
   }
 }
 

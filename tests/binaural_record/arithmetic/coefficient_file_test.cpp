@@ -128,9 +128,7 @@ TEST_F(CoefficientFileTest, EveryFaultRefusesTheFileAndSaysWhere) {
   const auto WithPeq = [](const std::string& attributes) {
     return WithProfile(std::string(kInclude) + "<peq_band_gain_tuning " + attributes + "/>");
   };
-  const struct {
-    std::string document, errors;
-  } kCases[] = {
+  const std::pair<std::string, std::string> kCases[] = {
       {"<tuning>" + Module() + Headset() + "</tuning>",
        kSelf + "Load BINAURAL_ALGO_COEFF_CONFIG_FILE declaration NULL."},
       {std::string(kDeclaration) + "<Tuning/>", kSelf + "Load BinauralCoeff fail."},
@@ -178,14 +176,14 @@ TEST_F(CoefficientFileTest, EveryFaultRefusesTheFileAndSaysWhere) {
        kEmpty + kPeqStep + "parse_and_save_item_coeffs error." + kInPeq},
   };
   // clang-format on
-  for (const auto& row : kCases) {
-    SCOPED_TRACE(row.document);
-    EXPECT_EQ(-1, Parse(row.document));
+  for (const auto& [document, lines] : kCases) {
+    SCOPED_TRACE(document);
+    EXPECT_EQ(-1, Parse(document));
     std::string errors;
     for (const std::string& line : log_.TakeErrors(kTag)) {
       errors += line + "\n";
     }
-    EXPECT_EQ(row.errors + "\n", errors);
+    EXPECT_EQ(lines + "\n", errors);
     EXPECT_EQ(0u, store_.parseConfigSuccessFlag);
   }
 }
@@ -443,16 +441,13 @@ TEST_F(CoefficientFileTest, ListsDropEmptyFieldsAndStopAtTheirCapacity) {
   }
 }
 
-TEST_F(CoefficientFileTest, TheSampleFileIsWithoutFaultAndFullyTabled) {
+TEST_F(CoefficientFileTest, TheSampleFileMirrorsWhereItShould) {
   tinyxml2::XMLDocument document;
   ASSERT_EQ(0, ParseCoefficients(SAMPLE_FILE, &document, &store_));
-  ASSERT_EQ(2u, store_.btHeadsetNum);
-  for (uint32_t h = 0; h < 2; ++h) {
-    EXPECT_EQ(73u, store_.btConfig[h].nfmNum);
-    ASSERT_EQ(3u, store_.btConfig[h].profileNum);
-    for (uint32_t p = 0; p < 3; ++p) {
-      EXPECT_EQ(73u, store_.btConfig[h].profiles[p].peqBandGainNum[0]);
-      EXPECT_EQ(p == 2, store_.btConfig[h].profiles[p].module->modes[0].selfieModeEn == 1);
+  // Of each headset, the mirrored selfie alone.
+  for (const BtHeadsetConfig& headset : {store_.btConfig[0], store_.btConfig[1]}) {
+    for (int p = 0; p < 3; ++p) {
+      EXPECT_EQ(p == 2, headset.profiles[p].module->modes[0].selfieModeEn == 1);
     }
   }
 }

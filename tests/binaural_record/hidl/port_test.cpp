@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstring>
 #include <thread>
+#include <tuple>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -92,13 +93,7 @@ TEST_F(PortTest, SetUpMapsTheDeviceAndNeedsACookie) {
       "session_type=BINAURAL_RECORD_SOFTWARE_ENCODING_DATAPATH is not ready";
   // Callbacks from within: the cookie is not known yet.
   const char inside[] = "inside register session-change\nduring register result SUCCESS";
-  const struct {
-    const char* script;
-    audio_devices_t device;
-    bool result;
-    State state;
-    Log lines;
-  } cases[] = {
+  const std::tuple<const char*, audio_devices_t, bool, State, Log> cases[] = {
       {"", kProxyDevice, true, State::STANDBY, {mapped, "I SetUp: <1>"}},
       {"", 0x80000004, false, State::DISABLED, {"E init_session_typeunknown device=0x80000004"}},
       {"", 0, false, State::DISABLED, {"E init_session_typeunknown device=0x00000000"}},
@@ -107,15 +102,15 @@ TEST_F(PortTest, SetUpMapsTheDeviceAndNeedsACookie) {
       {"register zero", kProxyDevice, false, State::STANDBY, {mapped, "I SetUp: <0>"}},
       {inside, kProxyDevice, true, State::STANDBY, {mapped, kGone, kGone, "I SetUp: <1>"}},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.script + std::to_string(c.device));
+  for (const auto& [script, device, result, state, lines] : cases) {
+    SCOPED_TRACE(script + std::to_string(device));
     Restart();
-    Script(c.script);
+    Script(script);
     BluetoothAudioPortIn port;
-    EXPECT_EQ(port.SetUp(c.device), c.result);
-    EXPECT_EQ(port.in_use(), c.result);
-    EXPECT_EQ(port.GetState(), c.state);
-    EXPECT_EQ(Lines(), c.lines);
+    EXPECT_EQ(port.SetUp(device), result);
+    EXPECT_EQ(port.in_use(), result);
+    EXPECT_EQ(port.GetState(), state);
+    EXPECT_EQ(Lines(), lines);
   }
 }
 
@@ -256,21 +251,18 @@ TEST_F(PortTest, WithoutSuccessAStartLastsItsFullTime) {
 }
 
 TEST_F(PortTest, EveryStateHasItsNameAndOnlyARunningStreamIsStopped) {
-  const struct {
-    int state;
-    const char* name;
-    uint64_t stops;  // so far
-  } cases[] = {
+  const std::tuple<int, const char*, uint64_t> cases[] = {
+      // the stops so far
       {0, "DISABLED", 0},   {1, "STANDBY", 0}, {2, "STARTING", 1}, {3, "STARTED", 2},
       {4, "SUSPENDING", 2}, {5, "UNKNOWN", 2}, {6, "0x6", 2},      {171, "0xab", 2},
   };
   SetUpPort(port_);
-  for (const auto& c : cases) {
-    port_.SetState(static_cast<State>(c.state));
-    EXPECT_EQ(testing::PrintToString(port_.GetState()), c.name);
+  for (const auto& [state, name, stops] : cases) {
+    port_.SetState(static_cast<State>(state));
+    EXPECT_EQ(testing::PrintToString(port_.GetState()), name);
     port_.Stop();
-    EXPECT_EQ(port_.GetState(), State::DISABLED) << c.name;
-    EXPECT_EQ(virtual_headset::GetActivity().stops, c.stops) << c.name;
+    EXPECT_EQ(port_.GetState(), State::DISABLED) << name;
+    EXPECT_EQ(virtual_headset::GetActivity().stops, stops) << name;
   }
   Lines();
   // Only STARTING can be waited for.
@@ -425,23 +417,19 @@ TEST_F(PortTest, ConfigurationFollowsTheSession) {
 }
 
 TEST_F(PortTest, ReadsReturnWhatTheSessionSaysAndCountWhatFits) {
-  const struct {
-    const char* reads;
-    size_t bytes, result;
-    uint64_t counted;
-  } cases[] = {
+  const std::tuple<const char*, size_t, size_t, uint64_t> cases[] = {
       {"full", 3840, 3840, 3840}, {"short 100", 3840, 100, 100},
       {"empty", 3840, 0, 0},      {"over 64", 256, 320, 256},
       {"full", 0, 0, 0},          {"full", 400, 400, 400},
   };
   StartPort();
   std::vector<uint8_t> pcm(3840);
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.reads);
-    Do("reads " + std::string(c.reads));
+  for (const auto& [reads, bytes, result, counted] : cases) {
+    SCOPED_TRACE(reads);
+    Do("reads " + std::string(reads));
     port_.ResetPresentationData();
-    EXPECT_EQ(port_.ReadData(pcm.data(), c.bytes), c.result);
-    EXPECT_EQ(port_.*BytesRead(), c.counted);
+    EXPECT_EQ(port_.ReadData(pcm.data(), bytes), result);
+    EXPECT_EQ(port_.*BytesRead(), counted);
   }
   EXPECT_EQ(port_.UpdatePresentationData(12), 12U);
   EXPECT_EQ(port_.*BytesRead(), 412U);

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -41,23 +42,18 @@ class RingBufferTest : public testing::Test {
 };
 
 TEST_F(RingBufferTest, AnswersFollowThePositions) {
-  const struct {
-    int32_t start, end;
-    uint32_t space;
-    int32_t data;
-    bool full, empty;
-  } kCases[] = {
+  const std::tuple<int, int, uint32_t, int, bool, bool> kCases[] = {
       {0, 0, 8, 0, false, true},  // reset
       {0, 5, 3, 5, false, false}, {2, 5, 5, 3, false, false}, {6, 2, 4, 4, false, false},
       {1, 0, 1, 7, false, false}, {3, 3, 0, 0, true, true},  // both full and empty
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(testing::Message() << "start " << c.start << " end " << c.end);
-    MoveTo(c.start, c.end);
-    EXPECT_EQ(RingBuffer_available_space(ring_), c.space);
-    EXPECT_EQ(RingBuffer_available_data(ring_), c.data);
-    EXPECT_EQ(RingBuffer_full(ring_) != 0, c.full);
-    EXPECT_EQ(RingBuffer_empty(ring_) != 0, c.empty);
+  for (const auto& [start, end, space, data, full, empty] : kCases) {
+    SCOPED_TRACE(testing::Message() << "start " << start << " end " << end);
+    MoveTo(start, end);
+    EXPECT_EQ(RingBuffer_available_space(ring_), space);
+    EXPECT_EQ(RingBuffer_available_data(ring_), data);
+    EXPECT_EQ(RingBuffer_full(ring_) != 0, full);
+    EXPECT_EQ(RingBuffer_empty(ring_) != 0, empty);
   }
 }
 

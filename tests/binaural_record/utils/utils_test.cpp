@@ -14,10 +14,7 @@ using vendor::corva::binaural_record::utils::GetAudioParamString;
 using vendor::corva::binaural_record::utils::ParseAudioParams;
 
 TEST(ParameterStrings, AreCutAtSemicolonsAndEquals) {
-  const struct {
-    const char* text;
-    AudioParamMap expected;
-  } kCases[] = {
+  const std::pair<const char*, AudioParamMap> kCases[] = {
       {"", {}},
       {";", {}},
       {";;", {}},
@@ -32,8 +29,8 @@ TEST(ParameterStrings, AreCutAtSemicolonsAndEquals) {
       {"%s=%n", {{"%s", "%n"}}},
   };
   LogCapture log;
-  for (const auto& c : kCases) {
-    EXPECT_EQ(ParseAudioParams(c.text), c.expected) << c.text;
+  for (const auto& [text, expected] : kCases) {
+    EXPECT_EQ(ParseAudioParams(text), expected) << text;
   }
   EXPECT_THAT(log.Take(), IsEmpty());
 }
