@@ -194,26 +194,21 @@ static_assert(sizeof(size_t) == pick(4, 8) && sizeof(time_t) == pick(4, 8));
 static_assert(sizeof(bool) == 1 && sizeof(int) == 4 && alignof(int64_t) == 8);
 
 TEST(PlatformHelpers, CountInputChannelsByRepresentation) {
-  const struct {
-    audio_channel_mask_t mask;
-    uint32_t channels;
-  } cases[] = {{0, 0},          {0xC, 2},         {0x10, 1},        {0x3, 0},
-               {0x80000, 0},    {0x77FFFC, 20},   {0x3FFFFFFF, 20}, {0x80000003, 2},
-               {0x80080003, 3}, {0xBFFFFFFF, 30}, {0x4000000C, 0},  {0xC0000000, 0},
-               {0xC000000C, 0}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(audio_channel_count_from_in_mask(c.mask), c.channels) << std::hex << c.mask;
+  const std::pair<audio_channel_mask_t, uint32_t> cases[] = {
+      {0, 0},          {0xC, 2},         {0x10, 1},       {0x3, 0},        {0x80000, 0},
+      {0x77FFFC, 20},  {0x3FFFFFFF, 20}, {0x80000003, 2}, {0x80080003, 3}, {0xBFFFFFFF, 30},
+      {0x4000000C, 0}, {0xC0000000, 0},  {0xC000000C, 0}};
+  for (const auto& [mask, channels] : cases) {
+    EXPECT_EQ(audio_channel_count_from_in_mask(mask), channels) << std::hex << mask;
   }
 }
 
 TEST(PlatformHelpers, GiveSampleBytesByExactFormat) {
-  const struct {
-    uint32_t format;
-    size_t bytes;
-  } cases[] = {{0, 0}, {1, 2}, {2, 1},          {3, 4},          {4, 4},          {5, 4},
-               {6, 3}, {7, 0}, {0x01000000, 0}, {0x0D000000, 2}, {0x0D000001, 0}, {0xFFFFFFFF, 0}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(audio_bytes_per_sample(static_cast<audio_format_t>(c.format)), c.bytes) << c.format;
+  const std::pair<uint32_t, size_t> cases[] = {
+      {0, 0}, {1, 2}, {2, 1},          {3, 4},          {4, 4},          {5, 4},
+      {6, 3}, {7, 0}, {0x01000000, 0}, {0x0D000000, 2}, {0x0D000001, 0}, {0xFFFFFFFF, 0}};
+  for (const auto& [format, bytes] : cases) {
+    EXPECT_EQ(audio_bytes_per_sample(static_cast<audio_format_t>(format)), bytes) << format;
   }
 }
 

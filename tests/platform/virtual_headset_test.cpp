@@ -13,6 +13,7 @@
 #include <mutex>
 #include <numeric>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -125,26 +126,22 @@ TEST_F(VirtualHeadsetTest, ParametersPrintTheirNames) {
 }
 
 TEST_F(VirtualHeadsetTest, AWavFileIsDeliveredFrameByFrameAndThenSilence) {
-  const struct {
-    const char* name;
-    int rate_hz, channels;
-    AtEnd at_end;
-    std::vector<int16_t> last_read;  // three frames are asked for, one is left
-  } cases[] = {
+  // The last read asks for three frames, and one is left.
+  const std::tuple<const char*, int, int, AtEnd, std::vector<int16_t>> cases[] = {
       {"stereo.wav", 44100, 2, AtEnd::kSilence, {102, -102, 0, 0, 0, 0}},
       {"mono.wav", 48000, 1, AtEnd::kSilence, {102, 102, 0, 0, 0, 0}},
       {"short.wav", 16000, 2, AtEnd::kNoData, {102, -102}},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    Use({Source::kWavFile, WriteWav(c.name, c.rate_hz, c.channels, 3), c.at_end});
-    EXPECT_EQ(virtual_headset::SourceRateHz(), static_cast<uint32_t>(c.rate_hz));
+  for (const auto& [name, rate_hz, channels, at_end, last_read] : cases) {
+    SCOPED_TRACE(name);
+    Use({Source::kWavFile, WriteWav(name, rate_hz, channels, 3), at_end});
+    EXPECT_EQ(virtual_headset::SourceRateHz(), static_cast<uint32_t>(rate_hz));
     Start();
     EXPECT_EQ(Read(2).front(), 100);
     EXPECT_EQ(virtual_headset::FramesLeft(), 1U);
-    EXPECT_EQ(Read(3), c.last_read);
+    EXPECT_EQ(Read(3), last_read);
     EXPECT_EQ(virtual_headset::FramesLeft(), 0U);
-    EXPECT_EQ(Read(1).size(), c.at_end == AtEnd::kSilence ? 2U : 0U);
+    EXPECT_EQ(Read(1).size(), at_end == AtEnd::kSilence ? 2U : 0U);
   }
 }
 
@@ -165,19 +162,16 @@ TEST_F(VirtualHeadsetTest, AFileThatCannotBePlayedIsNamedAndChangesNothing) {
 
 TEST_F(VirtualHeadsetTest, PcmComesInTheReportedLayout) {
   Settings settings{Source::kWavFile, WriteWav("a.wav", 48000, 2, 10)};
-  const struct {
-    ChannelMode channels;
-    BitsPerSample bits;
-    std::vector<uint8_t> bytes;  // of frames 100, -100 and 101, -101
-  } cases[] = {
+  // The bytes of frames 100, -100 and 101, -101.
+  const std::tuple<ChannelMode, BitsPerSample, std::vector<uint8_t>> cases[] = {
       {ChannelMode::STEREO, BitsPerSample::BITS_16, {100, 0, 156, 255, 101, 0, 155, 255}},
       {ChannelMode::STEREO, BitsPerSample::BITS_24, {0, 100, 0, 0, 156, 255, 0, 101}},
       {ChannelMode::STEREO, BitsPerSample::BITS_32, {0, 0, 100, 0, 0, 0, 156, 255}},
       {ChannelMode::MONO, BitsPerSample::BITS_16, {0, 0, 0, 0, 0, 0, 0, 0}},
       {ChannelMode::UNKNOWN, BitsPerSample::BITS_UNKNOWN, {100, 0, 156, 255, 101, 0, 155, 255}},
   };
-  for (const auto& c : cases) {
-    settings.parameters = PcmParameters{SampleRate::RATE_UNKNOWN, c.channels, c.bits};
+  for (const auto& [channels, bits, expected] : cases) {
+    settings.parameters = PcmParameters{SampleRate::RATE_UNKNOWN, channels, bits};
     SCOPED_TRACE(toString(*settings.parameters));
     Use(settings);
     EXPECT_EQ(toString(Session()->GetAudioConfig()), toString(*settings.parameters));
@@ -186,7 +180,7 @@ TEST_F(VirtualHeadsetTest, PcmComesInTheReportedLayout) {
     std::vector<uint8_t> bytes(8, 0x55);
     EXPECT_EQ(Session()->InReadPcmData(bytes.data(), 3), 3U);
     EXPECT_EQ(Session()->InReadPcmData(bytes.data() + 3, 5), 5U);
-    EXPECT_EQ(bytes, c.bytes);
+    EXPECT_EQ(bytes, expected);
   }
 }
 
@@ -319,11 +313,8 @@ TEST_F(VirtualHeadsetTest, PositionCountsWhatWasDeliveredAndSurvivesAStop) {
 }
 
 TEST_F(VirtualHeadsetTest, AnswersComeAsScripted) {
-  const struct {
-    const char* script;
-    std::vector<std::string> before;  // what StartStream's caller has been told when it returns
-    std::vector<std::string> after;   // and 1 s later
-  } cases[] = {
+  // What has been told when StartStream returns, and 1 s later.
+  const std::tuple<const char*, std::vector<std::string>, std::vector<std::string>> cases[] = {
       {"answer FAILURE early twice", {"result 1 FAILURE", "result 1 FAILURE"}, {}},
       {"answer SINK_NOT_READY late 1s", {}, {"result 1 SINK_NOT_READY"}},
       {"answer 77 late 200ms cookie 513", {}, {"result 513 0x4d"}},
@@ -333,15 +324,15 @@ TEST_F(VirtualHeadsetTest, AnswersComeAsScripted) {
       {"answer never\nafter start 700ms session-params # later", {}, {"params 1 STEREO"}},
       {"answer SUCCESS late 2s", {}, {}},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.script);
+  for (const auto& [script, before, after] : cases) {
+    SCOPED_TRACE(script);
     Use({Source::kTone, ""}, Pacing::kStepped);
-    Script(c.script);
+    Script(script);
     ASSERT_EQ(Register(), 1);
     EXPECT_TRUE(Session()->StartStream());
-    EXPECT_EQ(Notes(), c.before);
+    EXPECT_EQ(Notes(), before);
     virtual_headset::Advance(1s);
-    EXPECT_EQ(Notes(), c.after);
+    EXPECT_EQ(Notes(), after);
   }
 }
 
