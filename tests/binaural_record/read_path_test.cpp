@@ -242,14 +242,4 @@ TEST_F(OpenedReadPath, HugeAndNullRequestsAreRefused) {
   EXPECT_EQ(stream->read(stream, nullptr, 16), 0);
 }
 
-// Closing the second of two streams leaves the first without a global stream, not with a stale one.
-TEST_F(OpenedReadPath, FirstStreamOutlivesTheSecond) {
-  audio_stream_in* first = stream;
-  ASSERT_EQ(OpenStream(), 0);
-  CloseStream();
-  stream = first;
-  EXPECT_EQ(Read(kPeriod), 0);
-  CloseStream();
-}
-
 }  // namespace
