@@ -14,53 +14,36 @@ using testing::Not;
 
 namespace {
 
-RunResult Tune(const std::string& arguments) {
-  return RunProgram(std::string("timeout 300 ") + PROGRAM + " " + arguments);
-}
-
-std::string Replaced(std::string text, const std::string& what, const std::string& with) {
-  return text.replace(text.find(what), what.size(), with);
-}
-
 TEST(TuneProgram, ExitCodesTellWhatHappened) {
   const ScratchFolder folder;
   const std::string good = folder.Write("good.xml", FileWith(""));
   const std::string odd = folder.Write("odd.xml", FileWith("<x/>"));
   const std::string bad = folder.Write("bad.xml", FileWith("<module/>"));
+  const std::string absent = folder.Path("absent.xml"), unmade = folder.Path("none/x.xml");
   const struct {
-    std::string arguments;
     int exit_code;
+    std::vector<std::string> arguments;
   } kCases[] = {
-      {"lint " + good, 0},
-      {"lint " + odd, 1},
-      {"lint --strict " + odd, 3},
-      {"lint " + good + " " + odd + " " + bad, 3},
-      {"lint " + folder.Path("absent.xml"), 3},
-      {"lint", 2},
-      {"lint --format yaml " + good, 2},
-      {"", 2},
-      {"frobnicate", 2},
-      {"--help", 0},
-      {"resolve --help", 0},
-      {"--version", 0},
-      {"resolve " + good, 2},
-      {"resolve " + good + " --headset H --scene front", 2},
-      {"resolve " + good + " --headset H --mode 4", 2},
-      {"resolve " + good + " --headset H", 0},
-      {"resolve " + bad + " --list", 3},
-      {"resolve " + folder.Path("absent.xml") + " --list", 3},
-      {"show " + good, 0},
-      {"show " + bad, 3},
-      {"diff " + good + " " + good, 0},
-      {"diff " + good + " " + bad, 3},
-      {"init --headset 'a;b'", 2},
-      {"init -o " + good, 4},
-      {"init -o " + folder.Path("none/x.xml"), 4},
+      {0,
+       {"lint " + good, "--help", "resolve --help", "--version", "resolve " + good + " --headset H",
+        "show " + good, "diff " + good + " " + good}},
+      {1, {"lint " + odd}},
+      {2,
+       {"lint", "lint --format yaml " + good, "", "frobnicate", "resolve " + good,
+        "resolve " + good + " --headset H --scene front",
+        "resolve " + good + " --headset H --mode 4", "init --headset 'a;b'"}},
+      {3,
+       {"lint --strict " + odd, "lint " + good + " " + odd + " " + bad, "lint " + absent,
+        "resolve " + bad + " --list", "resolve " + absent + " --list", "show " + bad,
+        "diff " + good + " " + bad}},
+      {4, {"init -o " + good, "init -o " + unmade}},
   };
   for (const auto& row : kCases) {
-    const RunResult run = Tune(row.arguments);
-    EXPECT_EQ(run.exit_code, row.exit_code) << row.arguments << "\n" << run.out << run.err;
-    EXPECT_TRUE(run.exit_code != 2 || run.out.empty()) << row.arguments;
+    for (const std::string& arguments : row.arguments) {
+      const RunResult run = Tune(arguments);
+      EXPECT_EQ(run.exit_code, row.exit_code) << arguments << "\n" << run.out << run.err;
+      EXPECT_TRUE(run.exit_code != 2 || run.out.empty()) << arguments;
+    }
   }
 }
 
@@ -75,7 +58,6 @@ TEST(TuneProgram, LintSpeaksTextJsonAndSarif) {
       text.out,
       HasSubstr(path + ":8:31: error: mode \"7\" is read as 7; expected 0 to 3 [mode-range]\n"));
   EXPECT_THAT(text.err, HasSubstr("1 error, 1 warning"));
-
   const json plain = json::parse(Tune("lint --format json " + quoted).out).at("files").at(0);
   EXPECT_EQ(plain.at("file"), path);
   EXPECT_EQ(plain.at("errors"), 1);
@@ -98,7 +80,7 @@ TEST(TuneProgram, LintSpeaksTextJsonAndSarif) {
 
 std::string Times(size_t count, const std::string& text) {
   std::string all;
-  for (size_t i = 0; i < count; ++i) {
+  for (; count > 0; --count) {
     all += text;
   }
   return all;
@@ -143,8 +125,8 @@ TEST(TuneProgram, HostileFilesEndInAMessageWithBoundedMemory) {
     if (!row.text.empty()) {
       folder.Write(file, row.text);
     }
-    const RunResult run = RunProgram(std::string("(ulimit -d " MEMORY_LIMIT "; timeout 300 ") +
-                                     PROGRAM + " lint " + folder.Path(file) + ")");
+    const RunResult run = RunProgram("(ulimit -d " MEMORY_LIMIT "; timeout 300 " PROGRAM " lint " +
+                                     folder.Path(file) + ")");
     EXPECT_THAT(run.out, HasSubstr(row.rule));
     EXPECT_THAT(run.out, Not(HasSubstr("\x1b")));
     EXPECT_TRUE(run.exit_code == 3 || run.exit_code == 1 || run.exit_code == 0)
@@ -155,9 +137,10 @@ TEST(TuneProgram, HostileFilesEndInAMessageWithBoundedMemory) {
 TEST(TuneProgram, ResolveNamesTheTuningOrTheStepThatFellBack) {
   const ScratchFolder folder;
   const std::string good =
-      folder.Write("good.xml", FileWith("<module name=\"n\"><mode value=\"1\"/></module>\n" +
-                                        Expand(R"(<btheadset name="G">
-<nfm_band_energy_tuning value="@73@"/><profile name="x"><include module_name="n"/><peq_band_gain_tuning mode="0" value="@73@"/></profile></btheadset>)")));
+      folder.Write("good.xml", FileWith(Expand(R"(<module name="n"><mode value="1"/></module>
+<btheadset name="G"><nfm_band_energy_tuning value="@73@"/>
+<profile name="x"><include module_name="n"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
+</btheadset>)")));
   const std::string bad = folder.Write("bad.xml", FileWith("<module/>"));
   const std::string versionless =
       folder.Write("versionless.xml", Replaced(FileWith(""), "1.1.0", "1.0.0"));
