@@ -68,6 +68,11 @@ class Capture {
     setter(handle_, value);
     return *this;
   }
+  // Its table of energies; flat when null.
+  Capture& NearField(const int32_t* energies = A_NFM_TUNING_DATA_SR48K) {
+    bcap_nfm_band_energy_tuning_set(handle_, 73, energies);
+    return *this;
+  }
   Capture& Equalise(const std::vector<int32_t>& gains) {
     bcap_peq_band_gain_tuning_set(handle_, static_cast<int32_t>(gains.size()), gains.data());
     return *this;
@@ -87,8 +92,7 @@ class Capture {
   Capture& Everything() {
     GainBefore(256).MakeUpGain(320).Set(bcap_postgain_limiter_peak_set, 241);
     Set(bcap_hpf_enable_set, 1).Set(bcap_rnn_enable_set, 1).Set(bcap_rmx_amount_set, 9);
-    bcap_nfm_band_energy_tuning_set(handle_, 73, A_NFM_TUNING_DATA_SR48K);
-    return Equalise(kPreset1);
+    return NearField().Equalise(kPreset1);
   }
 
   // Whole blocks, from planar to planar memory, or interleaved and in place as the module does it.

@@ -1,5 +1,4 @@
-// Any samples at any setting: finite, bounded, and never stuck on what went before. The soak program runs the
-// same for hours.
+// Any samples at any setting: finite, bounded, and never stuck on what went before.
 #include <gtest/gtest.h>
 
 #include "capture.h"
@@ -51,8 +50,7 @@ TEST(Endurance, RandomSettingsAndSamplesStayBoundedAndAreForgotten) {
     // A filter or a gain that went astray would still be heard now.
     capture.AllOff().Set(bcap_selfie_mode_set, 0).Set(bcap_pregain_enable_set, 0);
     capture.Set(bcap_postgain_enable_set, 0).Set(bcap_rnn_enable_set, 0);
-    bcap_peq_band_gain_tuning_set(capture.handle(), 73, nullptr);
-    bcap_nfm_band_energy_tuning_set(capture.handle(), 73, nullptr);
+    capture.NearField(nullptr).Equalise(std::vector<int32_t>(73, 0));
     capture.Process(Stereo(200 * kBlock));
     const Stereo input = noise(0.1, 20 * kBlock);
     const size_t latency = bcap_latency_samples_get(mode);

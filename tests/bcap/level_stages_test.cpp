@@ -121,14 +121,12 @@ TEST(NearFieldManagement, HoldsTheOwnVoiceTowardTheScene) {
     int32_t amount;
     double low_db, high_db;
   } rows[] = {{16, 6.0, 12.0}, {8, 11.0, 16.5}, {0, 18.6, 19.2}};
+  const size_t part = kTenSeconds;
+  const Stereo input = voice(-44.9, part, false, 3).Then(voice(-26.0, part, true, 4));
   for (const auto& row : rows) {
     Capture capture;
-    bcap_nfm_band_energy_tuning_set(capture.AllOff().handle(), 73, A_NFM_TUNING_DATA_SR48K);
-    bcap_nfm_amount_set(capture.handle(), row.amount);
-    const size_t part = kTenSeconds;
-    const Stereo far_voice = voice(-44.9, part, false, 3);
-    const Stereo own_voice = voice(-26.0, part, true, 4);
-    const Stereo output = capture.Process(far_voice.Then(own_voice));
+    capture.AllOff().NearField().Set(bcap_nfm_amount_set, row.amount);
+    const Stereo output = capture.Process(input);
     const double distance =
         speaking_db(output, part + part / kBlock * kBlock) - speaking_db(output, part);
     EXPECT_GT(distance, row.low_db) << "amount " << row.amount;
@@ -140,26 +138,22 @@ TEST(NearFieldManagement, LeavesTheSceneAndBandsAtTheFloorAlone) {
   const struct {
     const char* name;
     Stereo input;
-    bool at_floor;
-  } rows[] = {{"far voice", voice(-50.0, kTenSeconds, true, 3), false},
-              {"loud but from all around", voice(-26.0, kTenSeconds, false, 4), false},
-              {"own voice, table at the floor", voice(-26.0, kTenSeconds, true, 4), true}};
+    const int32_t* energies;
+  } rows[] = {
+      {"far voice", voice(-50.0, kTenSeconds, true, 3), A_NFM_TUNING_DATA_SR48K},
+      {"loud but from all around", voice(-26.0, kTenSeconds, false, 4), A_NFM_TUNING_DATA_SR48K},
+      {"own voice, table at the floor", voice(-26.0, kTenSeconds, true, 4), nullptr}};
   for (const auto& row : rows) {
-    Capture capture;
-    bcap_nfm_band_energy_tuning_set(capture.AllOff().handle(), 73,
-                                    row.at_floor ? nullptr : A_NFM_TUNING_DATA_SR48K);
-    const Stereo output = capture.Process(row.input);
+    const Stereo output = Capture().AllOff().NearField(row.energies).Process(row.input);
     EXPECT_NEAR(level_db(output.left, 48000), level_db(row.input.left, 48000), 0.3) << row.name;
   }
 }
 
 // The tuning's energies only tell the wearer apart from everybody at first; later the wearer's own level does.
 TEST(NearFieldManagement, TakesALoudTalkerAheadForTheSceneOnceTheWearerHasSpoken) {
-  Capture capture;
-  bcap_nfm_band_energy_tuning_set(capture.AllOff().handle(), 73, A_NFM_TUNING_DATA_SR48K);
   const Stereo own_voice = voice(-14.0, kTenSeconds, true, 3);
   const Stereo talker = voice(-33.0, kTenSeconds, true, 4);
-  const Stereo output = capture.Process(own_voice.Then(talker));
+  const Stereo output = Capture().AllOff().NearField().Process(own_voice.Then(talker));
   EXPECT_LT(speaking_db(output, kTenSeconds), -22.0);
   EXPECT_NEAR(speaking_db(output, kTenSeconds + 150000), -33.0, 0.5);
 }

@@ -20,9 +20,11 @@ import tempfile
 import time
 import unittest
 import wave
+from pathlib import Path
 
 REFUSING_MODULE, OTHER_CLASS, NO_MODULE = sys.argv[1:4]
 RECORDER = sys.argv[4:]
+MANUAL = Path(__file__).resolve().parents[3] / "docs/man/binaural-record.1"
 PATIENCE_S = 60  # with a step that takes milliseconds on a machine at rest
 
 
@@ -53,25 +55,17 @@ class RecorderTest(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="record_program_")
         self.addCleanup(folder.cleanup)
-        self.folder = folder.name
-
-    def path(self, name):
-        return os.path.join(self.folder, name)
-
-    def write(self, name, text):
-        with open(self.path(name), "w") as file:
-            file.write(text)
-        return self.path(name)
+        os.chdir(folder.name)
 
     def script(self, *lines):
-        return self.write("fault.txt", "\n".join(lines) + "\n")
+        Path("fault.txt").write_text("\n".join(lines) + "\n")
+        return "fault.txt"
 
     def report(self):
-        with open(self.path("r.json")) as file:
-            return json.load(file)
+        return json.loads(Path("r.json").read_text())
 
     def samples(self):
-        return read_wav(self.path("out.wav"))[2]
+        return read_wav("out.wav")[2]
 
     def assert_contains(self, text, fragments):
         for fragment in fragments:
@@ -79,7 +73,7 @@ class RecorderTest(unittest.TestCase):
 
     def run_recorder(self, *args, code=0, **options):
         """Runs to the end; the text on standard error."""
-        done = subprocess.run([*RECORDER, *args], cwd=self.folder, stderr=subprocess.PIPE,
+        done = subprocess.run([*RECORDER, *args], stderr=subprocess.PIPE,
                               stdout=options.pop("stdout", subprocess.DEVNULL),
                               timeout=2 * PATIENCE_S, **options)
         text = done.stderr.decode()
@@ -87,21 +81,18 @@ class RecorderTest(unittest.TestCase):
         return text
 
     def start_recorder(self, *args, **options):
-        process = subprocess.Popen([*RECORDER, *args], cwd=self.folder, stderr=subprocess.PIPE,
+        process = subprocess.Popen([*RECORDER, *args], stderr=subprocess.PIPE,
                                    stdout=options.pop("stdout", subprocess.DEVNULL), **options)
         self.addCleanup(lambda: (process.poll() is None and process.kill(), process.wait(),
                                  process.stderr.close()))
         return process
 
-    def has_bytes(self, name, least):
-        return os.path.exists(self.path(name)) and os.path.getsize(self.path(name)) >= least
-
 
 class CommandLine(RecorderTest):
     def test_what_cannot_be_meant_is_refused_in_words(self):
-        write_wav(self.path("in.wav"), 48000, 960)
-        self.write("bad.txt", "reads full\nreads sideways\n")
-        self.write("text.wav", "not a sound")
+        write_wav("in.wav", 48000, 960)
+        Path("bad.txt").write_text("reads full\nreads sideways\n")
+        Path("text.wav").write_text("not a sound")
         for args, fragments in [
             ([], ["OUT is required", "--help"]),
             (["--loudly", "out.wav"], ["--loudly"]),
@@ -126,7 +117,7 @@ class CommandLine(RecorderTest):
         ]:
             with self.subTest(args=args):
                 self.assert_contains(self.run_recorder(*args, code=2), fragments)
-                self.assertFalse(os.path.exists(self.path("out.wav")))
+                self.assertFalse(Path("out.wav").exists())
 
     def test_help_and_version_go_to_standard_output(self):
         for option, fragment in [("--help", b"Exit codes"), ("--version", b"binaural-record 1.")]:
@@ -135,9 +126,7 @@ class CommandLine(RecorderTest):
             self.assertEqual(done.stderr, b"")
 
     def test_the_manual_page_knows_every_option_and_report_key(self):
-        page = os.path.join(os.path.dirname(__file__), "../../../docs/man/binaural-record.1")
-        with open(page) as file:
-            manual = file.read().replace("\\-", "-")
+        manual = MANUAL.read_text().replace("\\-", "-")
         text = subprocess.run([*RECORDER, "--help"], capture_output=True, check=True).stdout.decode()
         options = set(re.findall(r"--[a-z-]+", text))
         self.assertGreater(len(options), 15)
@@ -156,7 +145,7 @@ class Recording(RecorderTest):
                 with self.subTest(rate=rate, duration=duration, periods=periods):
                     self.run_recorder("--fast", "--force", "--rate", rate, "-d", duration,
                                       "--periods", periods, "out.wav")
-                    got_rate, channels, samples = read_wav(self.path("out.wav"))
+                    got_rate, channels, samples = read_wav("out.wav")
                     self.assertEqual((got_rate, channels, len(samples)), (int(rate), 2, 2 * frames))
 
     def test_sources_sound_as_they_should(self):
@@ -170,18 +159,16 @@ class Recording(RecorderTest):
                     self.assertGreater(level, quietest)
 
     def test_a_file_is_recorded_from_its_first_to_its_last_frame(self):
-        for rate, channels, frames in [(48000, 2, 12345), (44100, 2, 7), (48000, 1, 4800)]:
-            with self.subTest(rate=rate, channels=channels):
-                write_wav(self.path("in.wav"), rate, frames, channels)
-                self.run_recorder("--fast", "--force", "-i", "in.wav", "out.wav")
-                got_rate, got_channels, samples = read_wav(self.path("out.wav"))
-                self.assertEqual((got_rate, got_channels, len(samples)), (rate, 2, 2 * frames))
-
-    def test_silence_follows_a_file_that_is_too_short(self):
-        write_wav(self.path("in.wav"), 48000, 4800)
-        text = self.run_recorder("--fast", "-i", "in.wav", "-d", "1", "out.wav")
-        self.assertIn('"in.wav" is shorter than the recording; silence follows it', text)
-        self.assertEqual(len(self.samples()), 2 * 48000)
+        for rate, channels, frames, args, recorded, warning in [
+            (48000, 2, 12345, [], 12345, ""), (44100, 2, 7, [], 7, ""), (48000, 1, 4800, [], 4800, ""),
+            (48000, 2, 4800, ["-d", "1"], 48000, '"in.wav" is shorter than the recording; silence follows it'),
+        ]:
+            with self.subTest(rate=rate, channels=channels, args=args):
+                write_wav("in.wav", rate, frames, channels)
+                text = self.run_recorder("--fast", "--force", "-i", "in.wav", *args, "out.wav")
+                self.assertIn(warning, text)
+                got_rate, got_channels, samples = read_wav("out.wav")
+                self.assertEqual((got_rate, got_channels, len(samples)), (rate, 2, 2 * recorded))
 
     def test_standard_output_carries_the_samples_of_the_file(self):
         args = ["--fast", "-d", "0.5", "--source", "tone"]
@@ -197,7 +184,7 @@ class Recording(RecorderTest):
             text = self.run_recorder(*pace, "-d", "1", "--at", "0.3", "binaural_recording_algorithmMode=1",
                                      "--at", "0.6", "binaural_recording_algorithmMode=0", name)
             self.assertIn('at 0.30 s: set "binaural_recording_algorithmMode=1"', text)
-            results.append(read_wav(self.path(name)))
+            results.append(read_wav(name))
         self.assertEqual(results[0], results[1])
         self.assertEqual(results[0], results[2])
 
@@ -218,11 +205,10 @@ class Recording(RecorderTest):
 
     def test_existing_files_are_kept(self):
         for name, args in [("out.wav", ["out.wav"]), ("r.json", ["--json", "r.json", "new.wav"])]:
-            self.write(name, "precious")
+            Path(name).write_text("precious")
             text = self.run_recorder("--fast", "-d", "1", *args, code=7)
             self.assert_contains(text, [f'"{name}" exists', "--force"])
-            with open(self.path(name)) as file:
-                self.assertEqual(file.read(), "precious")
+            self.assertEqual(Path(name).read_text(), "precious")
         self.run_recorder("--fast", "-d", "1", "--force", "--json", "r.json", "out.wav")
         self.assertEqual(len(self.samples()), 2 * 48000)
 
@@ -231,21 +217,22 @@ class Endings(RecorderTest):
     def test_a_killed_recording_is_valid(self):
         for sent, code in [(signal.SIGKILL, -9), (signal.SIGINT, 0), (signal.SIGTERM, 0)]:
             with self.subTest(signal=sent):
+                out = Path("out.wav")
                 process = self.start_recorder("--force", "-d", "1:00", "--json", "r.json", "out.wav")
-                wait_until(lambda: self.has_bytes("out.wav", 20000), "audio in the file")
+                wait_until(lambda: out.exists() and out.stat().st_size >= 20000, "audio in the file")
                 process.send_signal(sent)
                 text = process.communicate(timeout=PATIENCE_S)[1].decode()
                 self.assertEqual(process.returncode, code, text)
-                rate, channels, samples = read_wav(self.path("out.wav"))
+                rate, channels, samples = read_wav("out.wav")
                 self.assertEqual((rate, channels), (48000, 2))
-                unfinished = os.path.getsize(self.path("out.wav")) - 44 - 2 * len(samples)
+                unfinished = out.stat().st_size - 44 - 2 * len(samples)
                 self.assertIn(unfinished, range(3841))
                 self.assertTrue(any(samples))
                 if code == 0:
                     self.assertIn("Interrupted", text)
                     self.assertEqual(self.report()["outcome"], "interrupted")
                     self.assertEqual(2 * self.report()["frames"], len(samples))
-                os.remove(self.path("out.wav"))
+                out.unlink()
 
     def test_ctrl_c_gets_through_to_a_headset_that_never_lets_go(self):
         for name, lines in [("start", ["answer never"]), ("read", ["reads blocking"])]:
@@ -257,7 +244,7 @@ class Endings(RecorderTest):
                 text = process.communicate(timeout=PATIENCE_S)[1].decode()
                 self.assertEqual(process.returncode, 0, text)
                 self.assertLess(time.monotonic() - began, 4)
-                self.assertFalse(os.path.exists(self.path("out.wav")))
+                self.assertFalse(Path("out.wav").exists())
 
     def test_a_full_disk_leaves_a_valid_file(self):
         def limit():
@@ -268,7 +255,7 @@ class Endings(RecorderTest):
                                     "try: make room"])
         samples = self.samples()
         self.assertEqual(len(samples), 2 * ((100001 - 44) // 4))
-        self.assertEqual(os.path.getsize(self.path("out.wav")), 44 + 2 * len(samples))
+        self.assertEqual(Path("out.wav").stat().st_size, 44 + 2 * len(samples))
 
     def test_outputs_that_take_nothing(self):
         for out, args in [("no/such/folder/out.wav", []), ("/dev/full", ["--force"]), ("-", [])]:
@@ -304,7 +291,7 @@ class Refusals(RecorderTest):
 
     def test_sessions_that_give_no_stream(self):
         not_ready = "absent, not ready, or accepts no client"
-        write_wav(self.path("in.wav"), 16000, 1600)
+        write_wav("in.wav", 16000, 1600)
         for args, lines, fragment in [
             ([], ["instance absent"], not_ready),
             ([], ["ready no"], not_ready),
@@ -317,7 +304,7 @@ class Refusals(RecorderTest):
             with self.subTest(args=args, lines=lines):
                 text = self.run_recorder(*args, "--fault", self.script(*lines), "out.wav", code=5)
                 self.assert_contains(text, [fragment, "try: "])
-                self.assertFalse(os.path.exists(self.path("out.wav")))
+                self.assertFalse(Path("out.wav").exists())
 
     def test_noise_of_a_24_bit_session_is_recorded_when_forced(self):
         script = self.script("parameters RATE_48000 STEREO BITS_24")
@@ -340,7 +327,7 @@ class Refusals(RecorderTest):
             with self.subTest(args=args, lines=lines):
                 text = self.run_recorder(*give_up, *args, "--fault", self.script(*lines), "out.wav", code=6)
                 self.assert_contains(text, fragments + ["no audio came"])
-                self.assertFalse(os.path.exists(self.path("out.wav")))
+                self.assertFalse(Path("out.wav").exists())
 
     def test_what_came_before_the_headset_fell_silent_stays(self):
         script = self.script("at 1500ms reads empty")
@@ -374,7 +361,7 @@ class Faults(RecorderTest):
         self.assertEqual(text.count("session changed from 48000 Hz"), 1)
         self.assertIn("to 44100 Hz, 2 channels, 16 bit", text)
         self.assertEqual(self.report()["session_changes"], 1)
-        self.assertEqual(read_wav(self.path("out.wav"))[0], 48000)
+        self.assertEqual(read_wav("out.wav")[0], 48000)
 
     def test_parameters_that_come_too_late_or_do_nothing_are_named(self):
         text = self.run_recorder("--fast", "-d", "1", "--at", "5", "late=1", "--set", "nothing",
@@ -410,7 +397,7 @@ class Talking(RecorderTest):
     def test_the_line_on_a_terminal(self):
         main, child = pty.openpty()
         environment = dict(os.environ, TERM="xterm")
-        process = subprocess.Popen([*RECORDER, "-d", "1", "out.wav"], cwd=self.folder, stderr=child,
+        process = subprocess.Popen([*RECORDER, "-d", "1", "out.wav"], stderr=child,
                                    stdout=subprocess.DEVNULL, env=environment)
         os.close(child)
         text = b""

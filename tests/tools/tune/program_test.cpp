@@ -14,9 +14,13 @@ using testing::Not;
 
 namespace {
 
-TEST(TuneProgram, ExitCodesTellWhatHappened) {
+class TuneProgram : public testing::Test {
+ protected:
   const ScratchFolder folder;
   const std::string good = folder.Write("good.xml", FileWith(""));
+};
+
+TEST_F(TuneProgram, ExitCodesTellWhatHappened) {
   const std::string odd = folder.Write("odd.xml", FileWith("<x/>"));
   const std::string bad = folder.Write("bad.xml", FileWith("<module/>"));
   const std::string absent = folder.Path("absent.xml"), unmade = folder.Path("none/x.xml");
@@ -47,8 +51,7 @@ TEST(TuneProgram, ExitCodesTellWhatHappened) {
   }
 }
 
-TEST(TuneProgram, LintSpeaksTextJsonAndSarif) {
-  const ScratchFolder folder;
+TEST_F(TuneProgram, LintSpeaksTextJsonAndSarif) {
   const std::string path =
       folder.Write("a b.xml", FileWith("<module name=\"\xFF\"><mode value=\"7\"/></module>"));
   const std::string quoted = "'" + path + "'";
@@ -65,14 +68,13 @@ TEST(TuneProgram, LintSpeaksTextJsonAndSarif) {
   EXPECT_EQ(plain.at("diagnostics").at(2).at("rule"), "mode-range");
 
   const json sarif = json::parse(Tune("lint --format sarif " + quoted).out);
-  EXPECT_EQ(sarif.at("version"), "2.1.0");
   const json& run = sarif.at("runs").at(0);
   const json& finding = run.at("results").at(2);
-  EXPECT_EQ(finding.at("level"), "error");
-  EXPECT_EQ(
-      run.at("tool").at("driver").at("rules").at(finding.at("ruleIndex").get<size_t>()).at("id"),
-      finding.at("ruleId"));
+  const json& rules = run.at("tool").at("driver").at("rules");
   const json& place = finding.at("locations").at(0).at("physicalLocation");
+  EXPECT_EQ(sarif.at("version"), "2.1.0");
+  EXPECT_EQ(finding.at("level"), "error");
+  EXPECT_EQ(rules.at(finding.at("ruleIndex").get<size_t>()).at("id"), finding.at("ruleId"));
   EXPECT_THAT(place.at("artifactLocation").at("uri").get<std::string>(), HasSubstr("/a%20b.xml"));
   EXPECT_EQ(place.at("region").at("startLine"), 8);
   EXPECT_EQ(place.at("region").at("startColumn"), 31);
@@ -86,8 +88,7 @@ std::string Times(size_t count, const std::string& text) {
   return all;
 }
 
-TEST(TuneProgram, HostileFilesEndInAMessageWithBoundedMemory) {
-  const ScratchFolder folder;
+TEST_F(TuneProgram, HostileFilesEndInAMessageWithBoundedMemory) {
   folder.Write("sparse.xml", "");
   ASSERT_EQ(::truncate(folder.Path("sparse.xml").c_str(), off_t{2} << 30), 0);
   ASSERT_EQ(::mkfifo(folder.Path("pipe.xml").c_str(), 0600), 0);
@@ -134,10 +135,9 @@ TEST(TuneProgram, HostileFilesEndInAMessageWithBoundedMemory) {
   }
 }
 
-TEST(TuneProgram, ResolveNamesTheTuningOrTheStepThatFellBack) {
-  const ScratchFolder folder;
-  const std::string good =
-      folder.Write("good.xml", FileWith(Expand(R"(<module name="n"><mode value="1"/></module>
+TEST_F(TuneProgram, ResolveNamesTheTuningOrTheStepThatFellBack) {
+  const std::string two =
+      folder.Write("two.xml", FileWith(Expand(R"(<module name="n"><mode value="1"/></module>
 <btheadset name="G"><nfm_band_energy_tuning value="@73@"/>
 <profile name="x"><include module_name="n"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
 </btheadset>)")));
@@ -148,30 +148,29 @@ TEST(TuneProgram, ResolveNamesTheTuningOrTheStepThatFellBack) {
     std::string arguments;
     const char* sentence;
   } kCases[] = {
-      {good + " --headset H", "\"H\", scene normal, mode 0: profile 1 \"a\" (line 5) with the "
-                              "module \"m\" (line 3) is used."},
-      {good + " --headset H --scene selfie", "profile 2 \"b\" (line 6)"},
-      {good + " --headset H --scene selfie --mirror",
+      {two + " --headset H", "\"H\", scene normal, mode 0: profile 1 \"a\" (line 5) with the "
+                             "module \"m\" (line 3) is used."},
+      {two + " --headset H --scene selfie", "profile 2 \"b\" (line 6)"},
+      {two + " --headset H --scene selfie --mirror",
        "scene selfie mirrored, mode 0: profile 3 \"c\" (line 7)"},
-      {good + " --headset H --mirror", "scene normal"},
-      {good + " --headset h",
+      {two + " --headset H --mirror", "scene normal"},
+      {two + " --headset h",
        "built-in values are used, because the file has no headset \"h\"; did you mean \"H\"?"},
-      {good + " --headset G --scene selfie", "because the headset (line 9) has no profile 2."},
-      {good + " --headset G", "because the module of profile 1 (line 10) has no mode 0."},
-      {good + " --headset H --mode 2", "only mode 0 is"},
+      {two + " --headset G --scene selfie", "because the headset (line 9) has no profile 2."},
+      {two + " --headset G", "because the module of profile 1 (line 10) has no mode 0."},
+      {two + " --headset H --mode 2", "only mode 0 is"},
       {bad + " --headset H", "because the module refuses the whole file for 1 error"},
       {versionless + " --headset H", "because the file's version selects no algorithm"},
   };
   for (const auto& row : kCases) {
     EXPECT_THAT(Tune("resolve " + row.arguments).out, HasSubstr(row.sentence)) << row.arguments;
   }
-  const std::string list = Tune("resolve --list " + good).out;
+  const std::string list = Tune("resolve --list " + two).out;
   EXPECT_THAT(list, HasSubstr("\"H\"        normal           1 \"a\"            \"m\""));
   EXPECT_THAT(list, HasSubstr("selfie           built-in values"));
 }
 
-TEST(TuneProgram, ResolveShowsWhatTheLibraryHoldsAndMarksWhatItClamped) {
-  const ScratchFolder folder;
+TEST_F(TuneProgram, ResolveShowsWhatTheLibraryHoldsAndMarksWhatItClamped) {
   const std::string path =
       folder.Write("a.xml", Replaced(Replaced(FileWith(""), "value=\"4\"", "value=\"99\""),
                                      "mode=\"0\" value=\"-160,", "mode=\"0\" value=\"900,"));
@@ -181,14 +180,12 @@ TEST(TuneProgram, ResolveShowsWhatTheLibraryHoldsAndMarksWhatItClamped) {
   EXPECT_THAT(out, HasSubstr("0 Hz  320*  -161"));
 }
 
-TEST(TuneProgram, DiffTellsHeadsetSceneAndParameterNotText) {
-  const ScratchFolder folder;
-  const std::string before = folder.Write("a.xml", FileWith(""));
+TEST_F(TuneProgram, DiffTellsHeadsetSceneAndParameterNotText) {
   // Other order, other blanks, other names of modules and profiles: the same tuning.
   std::string text =
       Replaced(FileWith(""), "rnn_amount\" value=\"4\"", "rnn_amount\"\n value=\" 4 \"");
   const std::string same = folder.Write("b.xml", text);
-  EXPECT_EQ(Tune("diff " + before + " " + same).exit_code, 0);
+  EXPECT_EQ(Tune("diff " + good + " " + same).exit_code, 0);
 
   text = Replaced(text,
                   "<profile name=\"b\"><include module_name=\"m\"/><peq_band_gain_tuning "
@@ -198,7 +195,7 @@ TEST(TuneProgram, DiffTellsHeadsetSceneAndParameterNotText) {
   text = Replaced(text, "</tuning>",
                   "<module name=\"n\"><mode value=\"0\"><param name=\"rnn_amount\" value=\"99\"/>"
                   "<param name=\"lev_amount\" value=\"2\"/></mode></module></tuning>");
-  const RunResult run = Tune("diff " + before + " " + folder.Write("c.xml", text));
+  const RunResult run = Tune("diff " + good + " " + folder.Write("c.xml", text));
   EXPECT_EQ(run.exit_code, 1);
   EXPECT_EQ(run.out, "headset \"H\"\n"
                      "  selfie\n"
@@ -206,14 +203,14 @@ TEST(TuneProgram, DiffTellsHeadsetSceneAndParameterNotText) {
                      "    lev_amount          0 -> 2        not used\n"
                      "    band gains, band 1  -160 -> -144  +1.0 dB\n");
 
-  const RunResult against_nothing = Tune(
-      "diff " + before + " " + folder.Write("d.xml", Replaced(FileWith(""), "\"H\"", "\"K\"")));
+  const RunResult against_nothing =
+      Tune("diff " + good + " " + folder.Write("d.xml", Replaced(FileWith(""), "\"H\"", "\"K\"")));
   EXPECT_THAT(against_nothing.out,
               HasSubstr("headset \"H\"\n  normal\n    tuning           file -> built-in\n"));
   EXPECT_THAT(against_nothing.out, HasSubstr("headset \"K\"\n"));
 }
 
-TEST(TuneProgram, ShowPrintsEverythingInTheFile) {
+TEST_F(TuneProgram, ShowPrintsEverythingInTheFile) {
   const std::string out = Tune(std::string("show ") + SAMPLE_FILE).out;
   for (const char* text :
        {"4 modules, 2 headsets", "\"normal_open\"", "208 (+13.0 dB)",
@@ -224,15 +221,13 @@ TEST(TuneProgram, ShowPrintsEverythingInTheFile) {
   }
 }
 
-TEST(TuneProgram, InitWritesAFileThatLintsCleanAndEqualsTheBuiltInValues) {
-  const ScratchFolder folder;
+TEST_F(TuneProgram, InitWritesAFileThatLintsCleanAndEqualsTheBuiltInValues) {
   const std::string path = folder.Path("new.xml");
   ASSERT_EQ(Tune("init --headset 'A & <B> \"C\"' --headset Alder -o " + path).exit_code, 0);
   EXPECT_EQ(Tune("lint --strict " + path).out, "");
   EXPECT_EQ(Tune("init -o " + path + " --force --headset Alder").exit_code, 0);
   // Against a file that does not know the headset: only where the values come from differs.
-  const std::string stranger = folder.Write("stranger.xml", FileWith(""));
-  const std::string out = Tune("diff " + stranger + " " + path).out;
+  const std::string out = Tune("diff " + good + " " + path).out;
   EXPECT_THAT(
       out,
       HasSubstr(
