@@ -13,17 +13,13 @@
 
 namespace {
 
-using vendor::corva::bluetooth_audio_extend::BitsPerSample;
-using vendor::corva::bluetooth_audio_extend::ChannelMode;
-using vendor::corva::bluetooth_audio_extend::SampleRate;
-using vendor::corva::bluetooth_audio_extend::SessionParams;
-using vendor::corva::bluetooth_audio_extend::Status;
+using namespace scripted_session;
 
 constexpr size_t kBufferBytes = 1 << 16;
 
 // What the session does next, whatever it is called for. Only this thread is about.
 void CallBack(uint8_t choice) {
-  const auto registration = scripted_session::LastRegistration();
+  const auto registration = LastRegistration();
   if (registration == nullptr) {
     return;
   }
@@ -40,8 +36,8 @@ void CallBack(uint8_t choice) {
 
 // A read fills no more than the buffers below have, whatever is asked for.
 void Behave() {
-  auto& session = scripted_session::Current();
-  session = scripted_session::Behaviour();
+  auto& session = Current();
+  session = Behaviour();
   session.on_read = [](void* buffer, size_t bytes) {
     memset(buffer, 1, std::min(bytes, kBufferBytes));
     return bytes;
@@ -49,7 +45,7 @@ void Behave() {
 }
 
 void Misbehave(Input& input) {
-  auto& session = scripted_session::Current();
+  auto& session = Current();
   switch (input.Below(9)) {
     case 0:
       session.present = input.Byte() & 1;
@@ -192,7 +188,7 @@ void FuzzOne(Input& input) {
       }
     }
   }
-  scripted_session::Reset();
+  Reset();
   for (audio_stream_in* stream : opened) {
     device->close_input_stream(device, stream);
   }

@@ -25,8 +25,8 @@ using namespace std::chrono_literals;
 using scripted_session::Answer;
 using scripted_session::Current;
 using scripted_session::LastRegistration;
-using vendor::corva::bluetooth_audio_extend::SessionParams;
-using vendor::corva::bluetooth_audio_extend::Status;
+using scripted_session::SessionParams;
+using scripted_session::Status;
 using Clock = std::chrono::steady_clock;
 
 constexpr size_t kReadBytes = 2048;  // one block
@@ -228,12 +228,12 @@ void CallEverything(const std::shared_ptr<const scripted_session::Registration>&
   if (registration == nullptr) {
     return;
   }
-  const auto& callbacks = registration->callbacks;
-  callbacks.session_params_cb(registration->cookie, SessionParams{});
-  callbacks.control_result_cb(registration->cookie, true, Status::SINK_NOT_READY);
-  callbacks.control_result_cb(static_cast<uint16_t>(registration->cookie + 1), true,
-                              Status::SUCCESS);
-  callbacks.session_changed_cb(registration->cookie);
+  const auto& [callbacks, cookie] = *registration;
+  const auto wrong = static_cast<uint16_t>(cookie + 1);
+  callbacks.session_params_cb(cookie, SessionParams{});
+  callbacks.control_result_cb(cookie, true, Status::SINK_NOT_READY);
+  callbacks.control_result_cb(wrong, true, Status::SUCCESS);
+  callbacks.session_changed_cb(cookie);
 }
 
 TEST_F(Closing, OutlivesCallbacksFromTwoThreadsAndFromInsideEveryCall) {
