@@ -177,7 +177,7 @@ inline double level_db(const std::vector<int16_t>& samples, size_t first) {
   return level_db(samples, first, samples.size() - first);
 }
 
-// Largest second difference of one ear from a sample on: a click stands out of tones by its curvature.
+// Largest second difference of one ear from a sample on: a click stands out of a tone by it.
 inline double steepest(const std::vector<int16_t>& samples, size_t first) {
   double largest = 0.0;
   for (size_t n = first; n < samples.size(); ++n) {
