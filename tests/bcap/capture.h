@@ -13,6 +13,8 @@
 #include "bcap_inspect.h"
 
 constexpr size_t kBlock = 512;
+inline const std::vector<int32_t> kPreset1(A_PEQ_TUNING_DATA_PRESET1_SR48K,
+                                           A_PEQ_TUNING_DATA_PRESET1_SR48K + 73);
 
 struct Stereo {
   std::vector<int16_t> left;
@@ -33,14 +35,17 @@ struct Stereo {
     part.right.assign(&right[first], &right[first] + count);
     return part;
   }
+  Stereo Then(const Stereo& next) const {
+    Stereo both = *this;
+    both.left.insert(both.left.end(), next.left.begin(), next.left.end());
+    both.right.insert(both.right.end(), next.right.begin(), next.right.end());
+    return both;
+  }
   bool operator==(const Stereo& other) const { return left == other.left && right == other.right; }
 };
 
 inline int16_t to_pcm(double value) {
-  const double scaled = value * 32768.0;
-  return static_cast<int16_t>(std::lrint(scaled < -32768.0  ? -32768.0
-                                         : scaled > 32767.0 ? 32767.0
-                                                            : scaled));
+  return static_cast<int16_t>(std::lrint(std::fmin(std::fmax(value * 32768.0, -32768.0), 32767.0)));
 }
 
 class Capture {
@@ -59,46 +64,58 @@ class Capture {
 
   bcap_handle_t handle() const { return handle_; }
 
-  // Every switch off; both band tables are flat from the start.
-  Capture& AllOff() {
-    bcap_hpf_enable_set(handle_, 0);
-    bcap_lrc_enable_set(handle_, 0);
+  Capture& Set(int (*setter)(bcap_handle_t, int32_t), int32_t value) {
+    setter(handle_, value);
     return *this;
+  }
+  // Its table of energies; flat when null.
+  Capture& NearField(const int32_t* energies = A_NFM_TUNING_DATA_SR48K) {
+    bcap_nfm_band_energy_tuning_set(handle_, 73, energies);
+    return *this;
+  }
+  Capture& Equalise(const std::vector<int32_t>& gains) {
+    bcap_peq_band_gain_tuning_set(handle_, static_cast<int32_t>(gains.size()), gains.data());
+    return *this;
+  }
+
+  // Every switch off; both band tables are flat from the start.
+  Capture& AllOff() { return Set(bcap_hpf_enable_set, 0).Set(bcap_lrc_enable_set, 0); }
+  // The stages with a gain, at one in sixteenths of a decibel.
+  Capture& GainBefore(int32_t boost) {
+    return Set(bcap_pregain_enable_set, 1).Set(bcap_pregain_boost_set, boost);
+  }
+  Capture& MakeUpGain(int32_t boost) {
+    return Set(bcap_postgain_enable_set, 1).Set(bcap_postgain_boost_set, boost);
   }
 
   // The settings of the built-in profile for a scene ahead.
   Capture& Everything() {
-    bcap_hpf_enable_set(handle_, 1);
-    bcap_pregain_enable_set(handle_, 1);
-    bcap_pregain_boost_set(handle_, 256);
-    bcap_rnn_enable_set(handle_, 1);
-    bcap_postgain_enable_set(handle_, 1);
-    bcap_postgain_boost_set(handle_, 320);
-    bcap_postgain_limiter_peak_set(handle_, 241);
-    bcap_rmx_amount_set(handle_, 9);
-    bcap_peq_band_gain_tuning_set(handle_, 73, A_PEQ_TUNING_DATA_PRESET1_SR48K);
-    bcap_nfm_band_energy_tuning_set(handle_, 73, A_NFM_TUNING_DATA_SR48K);
-    return *this;
+    GainBefore(256).MakeUpGain(320).Set(bcap_postgain_limiter_peak_set, 241);
+    Set(bcap_hpf_enable_set, 1).Set(bcap_rnn_enable_set, 1).Set(bcap_rmx_amount_set, 9);
+    return NearField().Equalise(kPreset1);
   }
 
-  // One block, interleaved and in place, as the module does it.
-  int ProcessInPlace(int16_t* frames) {
-    int16_t* channels[2] = {frames, frames + 1};
-    const bcap_buffer_desc_t desc{2, 2, 4, channels};
-    return bcap_pre_process(handle_, &desc, &desc, scratch_.data());
-  }
-
-  // Whole blocks, from planar to planar memory.
-  Stereo Process(const Stereo& input) {
+  // Whole blocks, from planar to planar memory, or interleaved and in place as the module does it.
+  Stereo Process(const Stereo& input, bool in_place = false) {
     Stereo in = input;
     Stereo out(in.frames());
     for (size_t at = 0; at + kBlock <= in.frames(); at += kBlock) {
+      int16_t frames[2 * kBlock];
+      for (size_t n = 0; n < kBlock; ++n) {
+        frames[2 * n] = in.left[at + n];
+        frames[2 * n + 1] = in.right[at + n];
+      }
+      int16_t* interleaved[2] = {frames, frames + 1};
       int16_t* from[2] = {&in.left[at], &in.right[at]};
       int16_t* to[2] = {&out.left[at], &out.right[at]};
-      const bcap_buffer_desc_t source{2, 2, 2, from};
-      const bcap_buffer_desc_t sink{2, 2, 2, to};
-      if (bcap_pre_process(handle_, &source, &sink, scratch_.data()) != 0) {
+      const bcap_buffer_desc_t both{2, 2, 4, interleaved}, source{2, 2, 2, from}, sink{2, 2, 2, to};
+      if (bcap_pre_process(handle_, in_place ? &both : &source, in_place ? &both : &sink,
+                           scratch_.data()) != 0) {
         throw std::runtime_error("block refused");
+      }
+      for (size_t n = 0; in_place && n < kBlock; ++n) {
+        out.left[at + n] = frames[2 * n];
+        out.right[at + n] = frames[2 * n + 1];
       }
     }
     return out;
@@ -158,4 +175,13 @@ inline double level_db(const std::vector<int16_t>& samples, size_t first, size_t
 }
 inline double level_db(const std::vector<int16_t>& samples, size_t first) {
   return level_db(samples, first, samples.size() - first);
+}
+
+// Largest second difference of one ear from a sample on: a click stands out of a tone by it.
+inline double steepest(const std::vector<int16_t>& samples, size_t first) {
+  double largest = 0.0;
+  for (size_t n = first; n < samples.size(); ++n) {
+    largest = std::fmax(largest, std::fabs(samples[n] - 2.0 * samples[n - 1] + samples[n - 2]));
+  }
+  return largest / 32768.0;
 }

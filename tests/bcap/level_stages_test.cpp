@@ -6,13 +6,6 @@
 
 namespace {
 
-Stereo joined(const Stereo& first, const Stereo& second) {
-  Stereo s = first;
-  s.left.insert(s.left.end(), second.left.begin(), second.left.end());
-  s.right.insert(s.right.end(), second.right.begin(), second.right.end());
-  return s;
-}
-
 // Loudness weighting lifts white noise by about 3.3 dB, hence the windows below.
 TEST(MakeUpGain, BringsTheProgrammeTowardTheTargetByAtMostTheBoost) {
   const struct {
@@ -27,9 +20,7 @@ TEST(MakeUpGain, BringsTheProgrammeTowardTheTargetByAtMostTheBoost) {
   };
   for (const auto& row : rows) {
     Capture capture;
-    bcap_postgain_enable_set(capture.AllOff().handle(), 1);
-    bcap_postgain_boost_set(capture.handle(), row.boost);
-    bcap_postgain_out_target_set(capture.handle(), row.target);
+    capture.AllOff().MakeUpGain(row.boost).Set(bcap_postgain_out_target_set, row.target);
     const Stereo output = capture.Process(noise(from_db(row.input_db), whole_blocks(12.0)));
     const double db = level_db(output.left, whole_blocks(10.0));
     EXPECT_GT(db, row.low_db) << row.input_db << " dB, boost " << row.boost;
@@ -39,12 +30,9 @@ TEST(MakeUpGain, BringsTheProgrammeTowardTheTargetByAtMostTheBoost) {
 
 TEST(MakeUpGain, DoesNotPumpInPauses) {
   // Eight seconds of programme, then two of pause, 40 dB softer, then the programme again.
-  Capture capture;
-  bcap_postgain_enable_set(capture.AllOff().handle(), 1);
-  bcap_postgain_boost_set(capture.handle(), 320);
   const Stereo loud = noise(from_db(-30.0), whole_blocks(8.0));
   const Stereo soft = noise(from_db(-62.0), whole_blocks(2.0));
-  const Stereo output = capture.Process(joined(joined(loud, soft), loud));
+  const Stereo output = Capture().AllOff().MakeUpGain(320).Process(loud.Then(soft).Then(loud));
   const size_t second = whole_blocks(1.0);
   const double before = level_db(output.left, loud.frames() - second, second);
   const double after = level_db(output.left, loud.frames() + soft.frames() + 2048, second);
@@ -54,10 +42,8 @@ TEST(MakeUpGain, DoesNotPumpInPauses) {
 }
 
 TEST(MakeUpGain, MovesSlowly) {
-  Capture capture;
-  bcap_postgain_enable_set(capture.AllOff().handle(), 1);
-  bcap_postgain_boost_set(capture.handle(), 320);
-  const Stereo output = capture.Process(noise(from_db(-50.0), whole_blocks(8.0)));
+  const Stereo input = noise(from_db(-50.0), whole_blocks(8.0));
+  const Stereo output = Capture().AllOff().MakeUpGain(320).Process(input);
   for (size_t at = whole_blocks(0.2); at + whole_blocks(0.4) < output.frames(); at += kBlock) {
     const double rise = level_db(output.left, at + whole_blocks(0.2), whole_blocks(0.1)) -
                         level_db(output.left, at, whole_blocks(0.1));
@@ -69,22 +55,16 @@ double mismatch_db(const Stereo& s, size_t first) {
   return level_db(s.left, first) - level_db(s.right, first);
 }
 
-Stereo scaled_right(Stereo s, double db) {
-  for (int16_t& sample : s.right) {
-    sample = static_cast<int16_t>(std::lrint(sample * from_db(db)));
-  }
-  return s;
-}
-
 TEST(EarBalance, CorrectsAConstantMismatchSlowlyAndByAtMostThreeDecibels) {
   const struct {
     double mismatch_db, after_3_s_at_least, after_60_s;
   } rows[] = {{2.0, 1.5, 0.0}, {-2.0, 1.5, 0.0}, {5.0, 4.5, 2.0}, {9.0, 9.0, 9.0}};
   for (const auto& row : rows) {
-    Capture capture;
-    bcap_lrc_enable_set(capture.AllOff().handle(), 1);
     Stereo input = noise(0.03, whole_blocks(64.0));
-    const Stereo output = capture.Process(scaled_right(input, -row.mismatch_db));
+    for (int16_t& sample : input.right) {
+      sample = static_cast<int16_t>(std::lrint(sample * from_db(-row.mismatch_db)));
+    }
+    const Stereo output = Capture().AllOff().Set(bcap_lrc_enable_set, 1).Process(input);
     EXPECT_GT(std::fabs(mismatch_db(output.Part(0, whole_blocks(3.0)), whole_blocks(1.0))),
               row.after_3_s_at_least - 0.2);
     EXPECT_NEAR(mismatch_db(output, whole_blocks(60.0)), row.after_60_s, 0.35) << row.mismatch_db;
@@ -93,8 +73,6 @@ TEST(EarBalance, CorrectsAConstantMismatchSlowlyAndByAtMostThreeDecibels) {
 
 // A talker on one side, half a second on and half off, 4 dB louder there, over an even background.
 TEST(EarBalance, DoesNotFollowSources) {
-  Capture capture;
-  bcap_lrc_enable_set(capture.AllOff().handle(), 1);
   Stereo input = noise(0.003, whole_blocks(30.0));
   const Stereo talker = noise(0.05, input.frames(), 5);
   for (size_t n = 0; n < input.frames(); ++n) {
@@ -103,7 +81,8 @@ TEST(EarBalance, DoesNotFollowSources) {
       input.right[n] = static_cast<int16_t>(input.right[n] + talker.left[n] * from_db(-4.0));
     }
   }
-  const Stereo output = capture.Process(input);
+  Capture capture;
+  capture.AllOff().Set(bcap_lrc_enable_set, 1).Process(input);
   bcap::BlockReport report{};
   ASSERT_TRUE(bcap::inspect_last_block(capture.handle(), report));
   EXPECT_LT(std::fabs(report.ear_balance_db), 0.5);
@@ -142,14 +121,12 @@ TEST(NearFieldManagement, HoldsTheOwnVoiceTowardTheScene) {
     int32_t amount;
     double low_db, high_db;
   } rows[] = {{16, 6.0, 12.0}, {8, 11.0, 16.5}, {0, 18.6, 19.2}};
+  const size_t part = kTenSeconds;
+  const Stereo input = voice(-44.9, part, false, 3).Then(voice(-26.0, part, true, 4));
   for (const auto& row : rows) {
     Capture capture;
-    bcap_nfm_band_energy_tuning_set(capture.AllOff().handle(), 73, A_NFM_TUNING_DATA_SR48K);
-    bcap_nfm_amount_set(capture.handle(), row.amount);
-    const size_t part = kTenSeconds;
-    const Stereo far_voice = voice(-44.9, part, false, 3);
-    const Stereo own_voice = voice(-26.0, part, true, 4);
-    const Stereo output = capture.Process(joined(far_voice, own_voice));
+    capture.AllOff().NearField().Set(bcap_nfm_amount_set, row.amount);
+    const Stereo output = capture.Process(input);
     const double distance =
         speaking_db(output, part + part / kBlock * kBlock) - speaking_db(output, part);
     EXPECT_GT(distance, row.low_db) << "amount " << row.amount;
@@ -161,26 +138,22 @@ TEST(NearFieldManagement, LeavesTheSceneAndBandsAtTheFloorAlone) {
   const struct {
     const char* name;
     Stereo input;
-    bool at_floor;
-  } rows[] = {{"far voice", voice(-50.0, kTenSeconds, true, 3), false},
-              {"loud but from all around", voice(-26.0, kTenSeconds, false, 4), false},
-              {"own voice, table at the floor", voice(-26.0, kTenSeconds, true, 4), true}};
+    const int32_t* energies;
+  } rows[] = {
+      {"far voice", voice(-50.0, kTenSeconds, true, 3), A_NFM_TUNING_DATA_SR48K},
+      {"loud but from all around", voice(-26.0, kTenSeconds, false, 4), A_NFM_TUNING_DATA_SR48K},
+      {"own voice, table at the floor", voice(-26.0, kTenSeconds, true, 4), nullptr}};
   for (const auto& row : rows) {
-    Capture capture;
-    bcap_nfm_band_energy_tuning_set(capture.AllOff().handle(), 73,
-                                    row.at_floor ? nullptr : A_NFM_TUNING_DATA_SR48K);
-    const Stereo output = capture.Process(row.input);
+    const Stereo output = Capture().AllOff().NearField(row.energies).Process(row.input);
     EXPECT_NEAR(level_db(output.left, 48000), level_db(row.input.left, 48000), 0.3) << row.name;
   }
 }
 
 // The tuning's energies only tell the wearer apart from everybody at first; later the wearer's own level does.
 TEST(NearFieldManagement, TakesALoudTalkerAheadForTheSceneOnceTheWearerHasSpoken) {
-  Capture capture;
-  bcap_nfm_band_energy_tuning_set(capture.AllOff().handle(), 73, A_NFM_TUNING_DATA_SR48K);
   const Stereo own_voice = voice(-14.0, kTenSeconds, true, 3);
   const Stereo talker = voice(-33.0, kTenSeconds, true, 4);
-  const Stereo output = capture.Process(joined(own_voice, talker));
+  const Stereo output = Capture().AllOff().NearField().Process(own_voice.Then(talker));
   EXPECT_LT(speaking_db(output, kTenSeconds), -22.0);
   EXPECT_NEAR(speaking_db(output, kTenSeconds + 150000), -33.0, 0.5);
 }
@@ -191,9 +164,8 @@ TEST(NoiseReductionStage, AmountsAreMonotone) {
   const Stereo input = noise(0.01, whole_blocks(6.0));
   const auto reduced_db = [&input](int32_t noise_amount, int32_t ambience_amount) {
     Capture capture;
-    bcap_rnn_enable_set(capture.AllOff().handle(), 1);
-    bcap_rnn_amount_set(capture.handle(), noise_amount);
-    bcap_rmx_amount_set(capture.handle(), ambience_amount);
+    capture.AllOff().Set(bcap_rnn_enable_set, 1).Set(bcap_rnn_amount_set, noise_amount);
+    capture.Set(bcap_rmx_amount_set, ambience_amount);
     const Stereo output = capture.Process(input);
     return level_db(output.left, whole_blocks(4.0)) - level_db(input.left, whole_blocks(4.0));
   };

@@ -3,16 +3,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 
 #include "capture.h"
+#include "scalars.h"
 
 extern "C" uint32_t latency_seen_from_c(uint32_t mode);
 
 namespace {
-
-constexpr int32_t kLowest = std::numeric_limits<int32_t>::min();
-constexpr int32_t kHighest = std::numeric_limits<int32_t>::max();
 
 bcap::Parameters parameters_of(const Capture& capture) {
   bcap::Parameters parameters{};
@@ -30,9 +27,9 @@ TEST(LibraryQueries, ConfigurationsAreAcceptedOrRefused) {
       {{48000, 512, 4, 600}, false}, {{0, 0, 0, 0}, false},
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.config.sampleRate << " Hz, block "
-                                    << row.config.blockSize << ", mode " << row.config.mode);
+    SCOPED_TRACE(&row - rows);
     EXPECT_EQ(bcap_query_memory(&row.config) >= 10163, row.accepted);
+    EXPECT_LE(bcap_query_memory(&row.config) + bcap_query_scratch(&row.config), 32u * 1024u);
     EXPECT_EQ(bcap_query_scratch(&row.config) > 0, row.accepted);
     if (!row.accepted) {
       EXPECT_EQ(bcap_query_memory(&row.config), 0u);
@@ -46,17 +43,10 @@ TEST(LibraryQueries, ConfigurationsAreAcceptedOrRefused) {
   EXPECT_EQ(bcap_query_scratch(nullptr), 0u);
 }
 
-TEST(LibraryQueries, MemoryStaysWithinItsBudget) {
-  const bcap_config_t config{48000, 512, 0, 600};
-  EXPECT_LE(bcap_query_memory(&config) + bcap_query_scratch(&config), 32u * 1024u);
-}
-
 TEST(LibraryQueries, FixedRecordsAndLatencies) {
   const bcap_version_t* version = bcap_get_version();
-  EXPECT_EQ(version->numbers[0], 1u);
-  EXPECT_EQ(version->numbers[1], 1u);
-  EXPECT_EQ(version->numbers[2], 0u);
-  EXPECT_EQ(version->numbers[3], 1u);
+  const uint32_t numbers[] = {1, 1, 0, 1};
+  EXPECT_TRUE(std::equal(numbers, numbers + 4, version->numbers));
   EXPECT_STREQ(version->change, "$Change: 5864073 $");
 
   ASSERT_NE(bcap_metadata_info_get(1), nullptr);
@@ -74,81 +64,33 @@ TEST(LibraryQueries, FixedRecordsAndLatencies) {
 TEST(LibraryQueries, PresetTablesHaveTheirTellingRows) {
   struct Row {
     const int32_t* table;
-    std::vector<int32_t> first, last;
     int32_t low, high;
+    std::vector<int32_t> first, last;
   } const rows[] = {
       {A_PEQ_TUNING_DATA_PRESET1_SR48K,
-       {41, 37, 27, 15, 3, 2, 2, 0},
-       {66, 103, 151, 211},
        -167,
-       211},
-      {A_PEQ_TUNING_DATA_PRESET2_SR48K,
+       211,
        {41, 37, 27, 15, 3, 2, 2, 0},
-       {35, 80, 134, 197},
+       {66, 103, 151, 211}},
+      {A_PEQ_TUNING_DATA_PRESET2_SR48K,
        -259,
-       197},
+       197,
+       {41, 37, 27, 15, 3, 2, 2, 0},
+       {35, 80, 134, 197}},
       {A_NFM_TUNING_DATA_SR48K,
-       {-724, -742, -792, -847, -874, -894, -914, -926},
-       {-1094, -1092, -1097, -1162},
        -1162,
-       -724},
+       -724,
+       {-724, -742, -792, -847, -874, -894, -914, -926},
+       {-1094, -1092, -1097, -1162}},
   };
   for (const Row& row : rows) {
-    const std::vector<int32_t> table(row.table, row.table + 73);
-    EXPECT_TRUE(std::equal(row.first.begin(), row.first.end(), table.begin()));
-    EXPECT_TRUE(std::equal(row.last.rbegin(), row.last.rend(), table.rbegin()));
-    EXPECT_EQ(*std::min_element(table.begin(), table.end()), row.low);
-    EXPECT_EQ(*std::max_element(table.begin(), table.end()), row.high);
+    EXPECT_TRUE(std::equal(row.first.begin(), row.first.end(), row.table));
+    EXPECT_TRUE(
+        std::equal(row.last.rbegin(), row.last.rend(), std::make_reverse_iterator(row.table + 73)));
+    EXPECT_EQ(*std::min_element(row.table, row.table + 73), row.low);
+    EXPECT_EQ(*std::max_element(row.table, row.table + 73), row.high);
   }
 }
-
-struct Scalar {
-  const char* name;
-  int (*set)(bcap_handle_t, int32_t);
-  int32_t bcap::Parameters::*member;
-  int32_t low, high, preset;
-};
-
-const Scalar kScalars[] = {
-    {"pregain_boost", bcap_pregain_boost_set, &bcap::Parameters::pregain_boost, -160, 320, 144},
-    {"postgain_boost", bcap_postgain_boost_set, &bcap::Parameters::postgain_boost, 0, 320, 144},
-    {"postgain_out_target", bcap_postgain_out_target_set, &bcap::Parameters::postgain_out_target,
-     -496, -224, -288},
-    {"pregain_limiter_peak", bcap_pregain_limiter_peak_set, &bcap::Parameters::pregain_limiter_peak,
-     1, 256, 256},
-    {"postgain_limiter_peak", bcap_postgain_limiter_peak_set,
-     &bcap::Parameters::postgain_limiter_peak, 1, 256, 256},
-    {"rnn_amount", bcap_rnn_amount_set, &bcap::Parameters::rnn_amount, 0, 8, 8},
-    {"lev_amount", bcap_lev_amount_set, &bcap::Parameters::lev_amount, 0, 16, 13},
-    {"lev_loudness_range", bcap_lev_loudness_range_set, &bcap::Parameters::lev_loudness_range, 96,
-     144, 112},
-    {"rmx_amount", bcap_rmx_amount_set, &bcap::Parameters::rmx_amount, 0, 16, 11},
-    {"bsep_resgain_attenuate", bcap_bsep_resgain_attenuate_set,
-     &bcap::Parameters::bsep_resgain_attenuate, 0, 144, 48},
-    {"sfe_amount", bcap_sfe_amount_set, &bcap::Parameters::sfe_amount, 0, 16, 8},
-    {"peq_amount", bcap_peq_amount_set, &bcap::Parameters::peq_amount, 0, 16, 16},
-    {"nfm_amount", bcap_nfm_amount_set, &bcap::Parameters::nfm_amount, 0, 16, 16},
-    // Switches keep whatever they are given.
-    {"lrc_enable", bcap_lrc_enable_set, &bcap::Parameters::lrc_enable, kLowest, kHighest, 1},
-    {"hpf_enable", bcap_hpf_enable_set, &bcap::Parameters::hpf_enable, kLowest, kHighest, 1},
-    {"pregain_enable", bcap_pregain_enable_set, &bcap::Parameters::pregain_enable, kLowest,
-     kHighest, 0},
-    {"rnn_enable", bcap_rnn_enable_set, &bcap::Parameters::rnn_enable, kLowest, kHighest, 0},
-    {"postgain_enable", bcap_postgain_enable_set, &bcap::Parameters::postgain_enable, kLowest,
-     kHighest, 0},
-    {"ldn_enable", bcap_ldn_enable_set, &bcap::Parameters::ldn_enable, kLowest, kHighest, 0},
-    {"lev_enable", bcap_lev_enable_set, &bcap::Parameters::lev_enable, kLowest, kHighest, 0},
-    {"deq_enable", bcap_deq_enable_set, &bcap::Parameters::deq_enable, kLowest, kHighest, 0},
-    {"bsep_enable", bcap_bsep_enable_set, &bcap::Parameters::bsep_enable, kLowest, kHighest, 0},
-    {"sfe_enable", bcap_sfe_enable_set, &bcap::Parameters::sfe_enable, kLowest, kHighest, 0},
-    {"deq_metadata_output", bcap_deq_metadata_output_set, &bcap::Parameters::deq_metadata_output,
-     kLowest, kHighest, 0},
-    {"lev_metadata_output", bcap_lev_metadata_output_set, &bcap::Parameters::lev_metadata_output,
-     kLowest, kHighest, 0},
-    {"ldn_metadata_output", bcap_ldn_metadata_output_set, &bcap::Parameters::ldn_metadata_output,
-     kLowest, kHighest, 0},
-    {"selfie_mode", bcap_selfie_mode_set, &bcap::Parameters::selfie_mode, kLowest, kHighest, 0},
-};
 
 TEST(LibrarySetters, ScalarsStartAtTheirPresetAndAreClamped) {
   for (const Scalar& scalar : kScalars) {
@@ -181,25 +123,34 @@ TEST(LibrarySetters, OnlyMetadataVersionOneExists) {
   EXPECT_EQ(bcap_metadata_version_set(capture.handle(), 0), 3);
 }
 
-struct BandCase {
+const struct BandCase {
   const char* name;
   int (*set)(bcap_handle_t, int32_t, const int32_t*);
   bcap::BandTable bcap::Parameters::*table;
   int32_t low, high, rest;
-  int count_code, clamp_code;
-};
-
-const BandCase kBandCases[] = {
-    {"peq", bcap_peq_band_gain_tuning_set, &bcap::Parameters::peq_band_gain, -576, 320, 0, 12, 13},
-    {"nfm", bcap_nfm_band_energy_tuning_set, &bcap::Parameters::nfm_band_energy, -2080, -160, -2080,
-     14, 15},
+  int codes[3];  // all well, the count's, the clamp's
+} kBandCases[] = {
+    {"peq",
+     bcap_peq_band_gain_tuning_set,
+     &bcap::Parameters::peq_band_gain,
+     -576,
+     320,
+     0,
+     {0, 12, 13}},
+    {"nfm",
+     bcap_nfm_band_energy_tuning_set,
+     &bcap::Parameters::nfm_band_energy,
+     -2080,
+     -160,
+     -2080,
+     {0, 14, 15}},
 };
 
 TEST(LibrarySetters, BandTablesStoreAtMostTheirSlotsAndJudgeAllTheySee) {
   struct Row {
     int32_t count;
     int32_t outlier_at;      // -1: none
-    int at_48000, at_44100;  // 0 fine, 1 the count's code, 2 the clamp's code
+    int at_48000, at_44100;  // which of the codes
     int32_t stored;
   } const rows[] = {
       {73, -1, 0, 1, 73},  {75, -1, 1, 0, 75},    {74, -1, 1, 1, 74},       {76, -1, 1, 1, 75},
@@ -220,9 +171,8 @@ TEST(LibrarySetters, BandTablesStoreAtMostTheirSlotsAndJudgeAllTheySee) {
         const Capture capture(0, rate);
         const std::vector<int32_t> before(75, -200);
         kind.set(capture.handle(), 75, before.data());
-        const int codes[] = {0, kind.count_code, kind.clamp_code};
         EXPECT_EQ(kind.set(capture.handle(), row.count, values.data()),
-                  codes[rate == 48000 ? row.at_48000 : row.at_44100]);
+                  kind.codes[rate == 48000 ? row.at_48000 : row.at_44100]);
         const bcap::BandTable stored = parameters_of(capture).*kind.table;
         for (int32_t band = 0; band < 75; ++band) {
           const int32_t expected = band >= row.stored       ? kind.rest
@@ -236,7 +186,7 @@ TEST(LibrarySetters, BandTablesStoreAtMostTheirSlotsAndJudgeAllTheySee) {
     }
     const Capture capture;
     const std::vector<int32_t> low(73, -5000);
-    EXPECT_EQ(kind.set(capture.handle(), 73, low.data()), kind.clamp_code);
+    EXPECT_EQ(kind.set(capture.handle(), 73, low.data()), kind.codes[2]);
     EXPECT_EQ((parameters_of(capture).*kind.table).values[72], kind.low);
     EXPECT_EQ(kind.set(capture.handle(), 73, nullptr), 0);
     EXPECT_EQ((parameters_of(capture).*kind.table).values[0], kind.rest);
@@ -297,12 +247,13 @@ TEST(LibraryLifeCycle, MemoryOfAnyAlignmentServes) {
   const uint32_t scratch_size = bcap_query_scratch(&config);
   std::vector<std::vector<unsigned char>> outputs;
   for (size_t offset = 0; offset < 16; ++offset) {
+    SCOPED_TRACE(offset);
     std::vector<unsigned char> memory(offset + size + 64, 0xA5);
     std::vector<unsigned char> scratch(offset + scratch_size + 64, 0xA5);
     bcap_handle_t handle = nullptr;
     ASSERT_EQ(bcap_init(&config, memory.data() + offset, &handle), 0);
     const auto begin = reinterpret_cast<uintptr_t>(memory.data() + offset);
-    ASSERT_EQ(reinterpret_cast<uintptr_t>(handle), (begin + 3) / 4 * 4) << offset;
+    ASSERT_EQ(reinterpret_cast<uintptr_t>(handle), (begin + 3) / 4 * 4);
     bcap_peq_band_gain_tuning_set(handle, 73, A_PEQ_TUNING_DATA_PRESET1_SR48K);
 
     // A ramp of bytes for a signal, at odd addresses.
@@ -318,15 +269,11 @@ TEST(LibraryLifeCycle, MemoryOfAnyAlignmentServes) {
     }
     bcap_shutdown(handle);
     outputs.push_back(pcm);
-    EXPECT_EQ(outputs.back(), outputs.front()) << "offset " << offset;
-    for (size_t n = 0; n < 64; ++n) {
-      ASSERT_EQ(memory[offset + size + n], 0xA5) << "behind the memory, offset " << offset;
-      ASSERT_EQ(scratch[offset + scratch_size + n], 0xA5)
-          << "behind the scratch, offset " << offset;
-    }
-    for (size_t n = 0; n < offset; ++n) {
-      ASSERT_EQ(memory[n], 0xA5) << "before the memory, offset " << offset;
-    }
+    EXPECT_EQ(outputs.back(), outputs.front());
+    const std::vector<unsigned char> untouched(64, 0xA5);
+    EXPECT_TRUE(std::equal(untouched.begin(), untouched.end(), memory.end() - 64));
+    EXPECT_TRUE(std::equal(untouched.begin(), untouched.end(), scratch.end() - 64));
+    EXPECT_TRUE(std::equal(memory.begin(), memory.begin() + offset, untouched.begin()));
   }
 }
 

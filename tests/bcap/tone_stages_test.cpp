@@ -22,8 +22,7 @@ TEST(HighPassStage, TakesRumbleAndLeavesVoices) {
     for (const uint32_t rate : {48000u, 44100u}) {
       for (const Row& row : rows) {
         Capture capture(mode, rate);
-        bcap_hpf_enable_set(capture.AllOff().handle(), 1);
-        const double db = response_db(capture, row.hz, rate);
+        const double db = response_db(capture.AllOff().Set(bcap_hpf_enable_set, 1), row.hz, rate);
         EXPECT_GT(db, row.low_db) << row.hz << " Hz, mode " << mode << ", " << rate;
         EXPECT_LT(db, row.high_db) << row.hz << " Hz, mode " << mode << ", " << rate;
       }
@@ -32,31 +31,28 @@ TEST(HighPassStage, TakesRumbleAndLeavesVoices) {
 }
 
 TEST(HighPassStage, TakesDirectCurrentAway) {
-  Capture capture;
-  bcap_hpf_enable_set(capture.AllOff().handle(), 1);
-  Stereo input(200 * kBlock);
-  std::fill(input.left.begin(), input.left.end(), static_cast<int16_t>(8000));
-  std::fill(input.right.begin(), input.right.end(), static_cast<int16_t>(-8000));
-  const Stereo output = capture.Process(input);
-  for (size_t n = 150 * kBlock; n < output.frames(); ++n) {
-    ASSERT_EQ(output.left[n], 0);
-    ASSERT_EQ(output.right[n], 0);
-  }
+  Stereo input;
+  input.left.assign(200 * kBlock, 8000);
+  input.right.assign(200 * kBlock, -8000);
+  const Stereo output = Capture().AllOff().Set(bcap_hpf_enable_set, 1).Process(input);
+  EXPECT_EQ(output.Part(150 * kBlock, 50 * kBlock), Stereo(50 * kBlock));
 }
 
 TEST(GainBefore, IsTheBoostInSixteenthsOfADecibel) {
   for (const int32_t boost : {-160, -16, 0, 144, 320}) {
     for (const uint32_t mode : {0u, 1u}) {
       Capture capture(mode);
-      bcap_pregain_enable_set(capture.AllOff().handle(), 1);
-      bcap_pregain_boost_set(capture.handle(), boost);
-      EXPECT_NEAR(response_db(capture, 1000.0, 48000.0), boost / 16.0, 0.05) << boost;
+      EXPECT_NEAR(response_db(capture.AllOff().GainBefore(boost), 1000.0, 48000.0), boost / 16.0,
+                  0.05)
+          << boost;
     }
   }
 }
 
 // Every band of both presets at 48 kHz, and a wavy curve at 44.1 kHz, where no preset exists.
 TEST(Equaliser, IsExactAtEveryBandCentre) {
+  const std::vector<int32_t> preset_2(A_PEQ_TUNING_DATA_PRESET2_SR48K,
+                                      A_PEQ_TUNING_DATA_PRESET2_SR48K + 73);
   std::vector<int32_t> wavy(75);
   for (int band = 0; band < 75; ++band) {
     wavy[band] = static_cast<int32_t>(std::lrint(96.0 * std::sin(0.21 * band)));
@@ -68,27 +64,15 @@ TEST(Equaliser, IsExactAtEveryBandCentre) {
     double share;
     int32_t amount;
   } cases[] = {
-      {"preset 1",
-       48000,
-       {A_PEQ_TUNING_DATA_PRESET1_SR48K, A_PEQ_TUNING_DATA_PRESET1_SR48K + 73},
-       1.0,
-       16},
-      {"preset 2, half",
-       48000,
-       {A_PEQ_TUNING_DATA_PRESET2_SR48K, A_PEQ_TUNING_DATA_PRESET2_SR48K + 73},
-       0.5,
-       8},
+      {"preset 1", 48000, kPreset1, 1.0, 16},
+      {"preset 2, half", 48000, preset_2, 0.5, 8},
       {"wavy", 44100, wavy, 1.0, 16},
   };
   for (const auto& c : cases) {
     // Band 0 is direct current, and a sine at half the rate says nothing.
     for (size_t band = 1; band < c.gains.size(); ++band) {
       Capture capture(0, c.rate);
-      capture.AllOff();
-      bcap_peq_amount_set(capture.handle(), c.amount);
-      ASSERT_EQ(bcap_peq_band_gain_tuning_set(capture.handle(),
-                                              static_cast<int32_t>(c.gains.size()), c.gains.data()),
-                0);
+      capture.AllOff().Set(bcap_peq_amount_set, c.amount).Equalise(c.gains);
       const double hz = bcap::inspect_band(c.rate, band).centre_hz;
       EXPECT_NEAR(response_db(capture, hz, c.rate), c.share * c.gains[band] / 16.0, 0.5)
           << c.name << ", band " << band << ", " << hz << " Hz";
@@ -99,20 +83,16 @@ TEST(Equaliser, IsExactAtEveryBandCentre) {
 TEST(Equaliser, IsSmoothBetweenBandsAndFlatAtAmountZero) {
   for (const double hz : {70.0, 333.0, 1580.0, 2700.0, 5200.0, 9100.0, 16000.0}) {
     Capture capture;
-    capture.AllOff();
-    bcap_peq_band_gain_tuning_set(capture.handle(), 73, A_PEQ_TUNING_DATA_PRESET1_SR48K);
+    capture.AllOff().Equalise(kPreset1);
     size_t band = 0;
     while (bcap::inspect_band(48000, band + 1).centre_hz < hz) {
       ++band;
     }
-    const int32_t one = A_PEQ_TUNING_DATA_PRESET1_SR48K[band];
-    const int32_t next = A_PEQ_TUNING_DATA_PRESET1_SR48K[band + 1];
+    const auto [low, high] = std::minmax(kPreset1[band], kPreset1[band + 1]);
     const double db = response_db(capture, hz, 48000.0);
-    EXPECT_GT(db, std::min(one, next) / 16.0 - 0.5) << hz;
-    EXPECT_LT(db, std::max(one, next) / 16.0 + 0.5) << hz;
-
-    bcap_peq_amount_set(capture.handle(), 0);
-    EXPECT_NEAR(response_db(capture, hz, 48000.0), 0.0, 0.01) << hz;
+    EXPECT_GT(db, low / 16.0 - 0.5) << hz;
+    EXPECT_LT(db, high / 16.0 + 0.5) << hz;
+    EXPECT_NEAR(response_db(capture.Set(bcap_peq_amount_set, 0), hz, 48000.0), 0.0, 0.01) << hz;
   }
 }
 

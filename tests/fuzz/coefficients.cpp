@@ -58,7 +58,7 @@ void FuzzOne(Input& input) {
     FUZZ_CHECK((faults == 0) == (verdict == 0));
     ReleaseCoefficients(&store);
   }
-  audio_hw_device* device = fuzz::OpenDevice();
+  audio_hw_device* device = OpenDevice();
   if (headset_name.find_first_of(";=") == std::string::npos) {
     device->set_parameters(device, ("binaural_recording_bt_name=" + headset_name).c_str());
   }
@@ -66,7 +66,7 @@ void FuzzOne(Input& input) {
     device->set_parameters(device,
                            (std::string("binaural_recording_orientation=") + scene).c_str());
     audio_stream_in* stream = nullptr;
-    FUZZ_CHECK(fuzz::OpenStream(device, &stream) == 0);
+    FUZZ_CHECK(OpenStream(device, &stream) == 0);
     char pcm[256];  // one block with the values of the file
     FUZZ_CHECK(stream->read(stream, pcm, sizeof(pcm)) == sizeof(pcm));
     device->close_input_stream(device, stream);

@@ -5,10 +5,12 @@
 #ifndef TESTS_FUZZ_FUZZ_H_
 #define TESTS_FUZZ_FUZZ_H_
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
 
 class Input {
@@ -18,13 +20,7 @@ class Input {
   bool empty() const { return left_ == 0; }
   size_t left() const { return left_; }
   // 0 once the input is used up.
-  uint8_t Byte() {
-    if (left_ == 0) {
-      return 0;
-    }
-    --left_;
-    return *data_++;
-  }
+  uint8_t Byte() { return left_ == 0 ? 0 : (--left_, *data_++); }
   uint32_t Word() {
     uint32_t word = 0;
     for (int n = 0; n < 4; ++n) {
@@ -37,11 +33,7 @@ class Input {
   // Up to the next line feed, which is taken too.
   std::string Line() {
     std::string line;
-    while (left_ != 0) {
-      const char c = static_cast<char>(Byte());
-      if (c == '\n') {
-        break;
-      }
+    for (char c; left_ != 0 && (c = static_cast<char>(Byte())) != '\n';) {
       line += c;
     }
     return line;
@@ -59,6 +51,10 @@ class Input {
       std::abort();                                                                                \
     }                                                                                              \
   } while (false)
+
+inline bool IsOneOf(int64_t result, std::initializer_list<int64_t> documented) {
+  return std::find(documented.begin(), documented.end(), result) != documented.end();
+}
 
 // One run over one input. Leaves nothing behind.
 void FuzzOne(Input& input);

@@ -19,7 +19,7 @@ void CheckSettings() {
 
 void FuzzOne(Input& input) {
   const fuzz::Surroundings surroundings;
-  audio_hw_device* device = fuzz::OpenDevice();
+  audio_hw_device* device = OpenDevice();
   audio_stream_in* stream = nullptr;
   while (!input.empty()) {
     const std::string line = input.Line();
@@ -27,7 +27,7 @@ void FuzzOne(Input& input) {
     switch (line.empty() ? 0 : line[0]) {
       case 'o':
         if (stream == nullptr) {
-          fuzz::OpenStream(device, &stream);
+          OpenStream(device, &stream);
         }
         break;
       case 'c':

@@ -13,41 +13,31 @@
 
 namespace {
 
-using vendor::corva::bluetooth_audio_extend::BitsPerSample;
-using vendor::corva::bluetooth_audio_extend::ChannelMode;
-using vendor::corva::bluetooth_audio_extend::SampleRate;
-using vendor::corva::bluetooth_audio_extend::SessionParams;
-using vendor::corva::bluetooth_audio_extend::Status;
+using namespace scripted_session;
 
 constexpr size_t kBufferBytes = 1 << 16;
 
 // What the session does next, whatever it is called for. Only this thread is about.
 void CallBack(uint8_t choice) {
-  const auto registration = scripted_session::LastRegistration();
+  const auto registration = LastRegistration();
   if (registration == nullptr) {
     return;
   }
   const auto& callbacks = registration->callbacks;
   const auto cookie = static_cast<uint16_t>(registration->cookie + (choice & 128 ? 1 : 0));
-  switch (choice % 8) {
-    case 0:
-      callbacks.session_changed_cb(cookie);
-      break;
-    case 1:
-      callbacks.session_params_cb(cookie, SessionParams{});
-      break;
-    case 2:
-      break;
-    default:
-      callbacks.control_result_cb(cookie, true, static_cast<Status>(choice / 8 % 10));
-      break;
+  if (choice % 8 == 0) {
+    callbacks.session_changed_cb(cookie);
+  } else if (choice % 8 == 1) {
+    callbacks.session_params_cb(cookie, SessionParams{});
+  } else if (choice % 8 > 2) {
+    callbacks.control_result_cb(cookie, true, static_cast<Status>(choice / 8 % 10));
   }
 }
 
 // A read fills no more than the buffers below have, whatever is asked for.
 void Behave() {
-  auto& session = scripted_session::Current();
-  session = scripted_session::Behaviour();
+  auto& session = Current();
+  session = Behaviour();
   session.on_read = [](void* buffer, size_t bytes) {
     memset(buffer, 1, std::min(bytes, kBufferBytes));
     return bytes;
@@ -55,7 +45,7 @@ void Behave() {
 }
 
 void Misbehave(Input& input) {
-  auto& session = scripted_session::Current();
+  auto& session = Current();
   switch (input.Below(9)) {
     case 0:
       session.present = input.Byte() & 1;
@@ -125,10 +115,10 @@ void FuzzOne(Input& input) {
   const fuzz::Surroundings surroundings;
   Behave();
   gRuntimeParam.algMode = 1;  // the cheaper chain: what it computes is not the question here
-  audio_hw_device* device = fuzz::OpenDevice();
+  audio_hw_device* device = OpenDevice();
   static std::vector<uint8_t> buffer(kBufferBytes + 16);
   audio_stream_in* probe = nullptr;
-  FUZZ_CHECK(fuzz::OpenStream(device, &probe) == 0);
+  FUZZ_CHECK(OpenStream(device, &probe) == 0);
   const audio_stream_in operations = *probe;  // handed stale pointers below, never followed
   device->close_input_stream(device, probe);
   std::array<audio_stream_in*, 3> streams{};  // open, closed or null
@@ -139,8 +129,8 @@ void FuzzOne(Input& input) {
     audio_stream* const common = stream == nullptr ? nullptr : &stream->common;
     switch (operation % 16) {
       case 0: {
-        const int result = fuzz::OpenStream(device, &stream);
-        FUZZ_CHECK(result == 0 || result == -1 || result == -22);
+        const int result = OpenStream(device, &stream);
+        FUZZ_CHECK(IsOneOf(result, {0, -1, -22}));
         FUZZ_CHECK((stream == nullptr) == (result == -22));
         opened.push_back(stream);
         break;
@@ -154,22 +144,17 @@ void FuzzOne(Input& input) {
       case 3:
         CallBack(input.Byte());
         break;
-      case 4: {
-        const int result = operations.start(stream);
-        FUZZ_CHECK(result == 0 || result == -5);
+      case 4:
+        FUZZ_CHECK(IsOneOf(operations.start(stream), {0, -5}));
         break;
-      }
       case 5:
         FUZZ_CHECK(operations.stop(stream) == 0);
         break;
-      case 6: {
-        const int result = operations.common.standby(common);
-        FUZZ_CHECK(result == 0 || result == -16);
+      case 6:
+        FUZZ_CHECK(IsOneOf(operations.common.standby(common), {0, -16}));
         break;
-      }
       case 7: {
-        int64_t frames = 0;
-        int64_t time = 0;
+        int64_t frames = 0, time = 0;
         FUZZ_CHECK(operations.get_capture_position(stream, &frames,
                                                    operation & 16 ? nullptr : &time) == 0);
         break;
@@ -178,12 +163,11 @@ void FuzzOne(Input& input) {
         operations.common.set_parameters(common, operation & 16 ? "RecordSuspended=true"
                                                                 : "RecordSuspended=;sup_formats");
         break;
-      case 9: {
-        const std::string text =
-            "binaural_recording_algorithmMode=" + std::to_string(operation / 16 % 4);
-        device->set_parameters(device, text.c_str());
+      case 9:
+        device->set_parameters(
+            device,
+            ("binaural_recording_algorithmMode=" + std::to_string(operation / 16 % 4)).c_str());
         break;
-      }
       case 10:
         operations.common.get_sample_rate(common);
         operations.common.get_format(common);
@@ -191,7 +175,7 @@ void FuzzOne(Input& input) {
         free(operations.common.get_parameters(common, "sup_channels;sup_formats"));
         break;
       case 11: {
-        audio_hw_device* other = fuzz::OpenDevice();
+        audio_hw_device* other = OpenDevice();
         FUZZ_CHECK(other->common.close(&other->common) == 0);
         break;
       }
@@ -204,7 +188,7 @@ void FuzzOne(Input& input) {
       }
     }
   }
-  scripted_session::Reset();
+  Reset();
   for (audio_stream_in* stream : opened) {
     device->close_input_stream(device, stream);
   }

@@ -10,7 +10,6 @@
 #include <string>
 
 #include "binaural_record/arithmetic/bcap/1.0/binaural_record_algo_runtime.h"
-#include "binaural_record/binaural_record_if.h"
 #include "platform/host/binaural_host.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/robustness/quiet_log.h"
@@ -66,18 +65,6 @@ Surroundings::Surroundings() {
 Surroundings::~Surroundings() {
   scripted_session::Reset();
   binaural_algorithm_release_1_0(&gRuntimeParam);
-}
-
-audio_hw_device* OpenDevice() {
-  hw_device_t* opened = nullptr;
-  FUZZ_CHECK(HMI.methods->open(&HMI, AUDIO_HARDWARE_INTERFACE, &opened) == 0);
-  return reinterpret_cast<audio_hw_device*>(opened);
-}
-
-int OpenStream(audio_hw_device* device, audio_stream_in** stream) {
-  audio_config config{};
-  return device->open_input_stream(device, 13, AUDIO_DEVICE_IN_PROXY, &config, stream,
-                                   AUDIO_INPUT_FLAG_NONE, "", AUDIO_SOURCE_CAMCORDER);
 }
 
 void SetCoefficientFile(const void* text, size_t size) {

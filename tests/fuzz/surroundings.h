@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include <hardware/audio.h>
+#include "tests/robustness/module_calls.h"
 
 namespace fuzz {
 
@@ -18,9 +18,6 @@ class Surroundings {
   Surroundings(const Surroundings&) = delete;
   Surroundings& operator=(const Surroundings&) = delete;
 };
-
-audio_hw_device* OpenDevice();
-int OpenStream(audio_hw_device* device, audio_stream_in** stream);
 
 // Makes `text` the coefficient file of the next device open.
 void SetCoefficientFile(const void* text, size_t size);

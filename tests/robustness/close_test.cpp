@@ -14,9 +14,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <hardware/audio.h>
 
-#include "binaural_record/binaural_record_if.h"
+#include "tests/robustness/module_calls.h"
 #include "tests/robustness/scripted_session.h"
 #include "tests/support/log_capture.h"
 
@@ -26,8 +25,8 @@ using namespace std::chrono_literals;
 using scripted_session::Answer;
 using scripted_session::Current;
 using scripted_session::LastRegistration;
-using vendor::corva::bluetooth_audio_extend::SessionParams;
-using vendor::corva::bluetooth_audio_extend::Status;
+using scripted_session::SessionParams;
+using scripted_session::Status;
 using Clock = std::chrono::steady_clock;
 
 constexpr size_t kReadBytes = 2048;  // one block
@@ -36,18 +35,15 @@ constexpr int kIterations = 2500;    // of each of the four positions
 // Something that has happened or not; waiting for it has an end.
 class Event {
  public:
-  void Set() {
+  void Set(bool set = true) {
     std::lock_guard<std::mutex> lock(mutex_);
-    set_ = true;
+    set_ = set;
     changed_.notify_all();
   }
-  void Clear() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    set_ = false;
-  }
-  bool Wait(std::chrono::seconds limit = 60s) {
+  void Clear() { Set(false); }
+  bool Wait() {
     std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, limit, [this] { return set_; });
+    return changed_.wait_for(lock, 60s, [this] { return set_; });
   }
 
  private:
@@ -59,10 +55,6 @@ class Event {
 class Closing : public testing::Test {
  protected:
   Closing() {
-    scripted_session::Reset();
-    hw_device_t* opened = nullptr;
-    HMI.methods->open(&HMI, AUDIO_HARDWARE_INTERFACE, &opened);
-    device_ = reinterpret_cast<audio_hw_device*>(opened);
     device_->set_parameters(device_, "binaural_recording_algorithmMode=1");  // the cheaper chain
   }
   ~Closing() override {
@@ -71,11 +63,8 @@ class Closing : public testing::Test {
   }
 
   audio_stream_in* Open() {
-    audio_config config{};
     audio_stream_in* stream = nullptr;
-    EXPECT_EQ(device_->open_input_stream(device_, 13, AUDIO_DEVICE_IN_PROXY, &config, &stream,
-                                         AUDIO_INPUT_FLAG_NONE, "", AUDIO_SOURCE_CAMCORDER),
-              0);
+    EXPECT_EQ(OpenStream(device_, &stream), 0);
     return stream;
   }
 
@@ -90,13 +79,12 @@ class Closing : public testing::Test {
     return stream->read(stream, pcm.data(), pcm.size());
   }
 
-  // Opens, reads on a second thread until a read fails, closes at a random moment after `reached`.
-  void RaceReaderAgainstClose(Event& reached) {
+  // Opens, reads on a second thread until a read fails, closes at a random moment after `reached_`.
+  void RaceReaderAgainstClose() {
     std::mt19937 random(1);
     std::uniform_int_distribution<int> spins(0, 2000);
     audio_stream_in* volatile stream = nullptr;
-    Event opened;
-    Event ended;
+    Event opened, ended;
     std::atomic<bool> quit{false};
     std::thread reader([&] {
       while (opened.Wait() && !quit) {
@@ -107,11 +95,11 @@ class Closing : public testing::Test {
       }
     });
     for (int n = 0; n < kIterations; ++n) {
-      reached.Clear();
+      reached_.Clear();
       ended.Clear();
       stream = Open();
       opened.Set();
-      ASSERT_TRUE(reached.Wait());
+      ASSERT_TRUE(reached_.Wait());
       for (volatile int spin = spins(random); spin > 0; spin = spin - 1) {
       }
       Close(stream);
@@ -126,28 +114,27 @@ class Closing : public testing::Test {
   }
 
   LogCapture log_{ANDROID_LOG_FATAL};
-  audio_hw_device* device_ = nullptr;
+  Event reached_;
+  audio_hw_device* const device_ = OpenDevice();
   Clock::duration longest_close_{};
 };
 
 TEST_F(Closing, WakesAReadThatWaitsForTheStart) {
-  Event reached;
   Current().on_start = [&] {
-    reached.Set();
+    reached_.Set();
     return true;  // and no answer
   };
-  RaceReaderAgainstClose(reached);
+  RaceReaderAgainstClose();
 }
 
 TEST_F(Closing, MeetsTheAnswerToTheStart) {
-  Event reached;
   Event requested;
   std::atomic<bool> quit{false};
   std::thread session([&] {
     while (requested.Wait() && !quit) {
       requested.Clear();
       const auto registration = LastRegistration();
-      reached.Set();
+      reached_.Set();
       Answer(registration, Status::SUCCESS);
     }
   });
@@ -155,14 +142,13 @@ TEST_F(Closing, MeetsTheAnswerToTheStart) {
     requested.Set();
     return true;
   };
-  RaceReaderAgainstClose(reached);
+  RaceReaderAgainstClose();
   quit = true;
   requested.Set();
   session.join();
 }
 
 TEST_F(Closing, WakesAReadThatWaitsInThePort) {
-  Event reached;
   Event stopped;
   Current().on_start = [&] {
     stopped.Clear();
@@ -171,15 +157,14 @@ TEST_F(Closing, WakesAReadThatWaitsInThePort) {
   };
   Current().on_stop = [&] { stopped.Set(); };
   Current().on_read = [&](void*, size_t) -> size_t {
-    reached.Set();
+    reached_.Set();
     stopped.Wait();
     return 0;
   };
-  RaceReaderAgainstClose(reached);
+  RaceReaderAgainstClose();
 }
 
 TEST_F(Closing, WaitsForAReadThatProcesses) {
-  Event reached;
   std::atomic<bool> stopped{false};
   Current().on_start = [&] {
     stopped = false;
@@ -188,25 +173,24 @@ TEST_F(Closing, WaitsForAReadThatProcesses) {
   };
   Current().on_stop = [&] { stopped = true; };
   Current().on_read = [&](void*, size_t bytes) {
-    reached.Set();
+    reached_.Set();
     return stopped ? 0 : bytes;
   };
-  RaceReaderAgainstClose(reached);
+  RaceReaderAgainstClose();
 }
 
 TEST_F(Closing, KeepsTheMemoryOfAReadThatNeverComesBack) {
   log_.SetMinimumPriority(ANDROID_LOG_ERROR);
-  Event reached;
   Event released;
   Current().on_read = [&](void*, size_t bytes) {
-    reached.Set();
+    reached_.Set();
     released.Wait();
     return bytes;
   };
   audio_stream_in* stream = Open();
   ssize_t read_result = -1;
   std::thread reader([&] { read_result = Read(stream); });
-  ASSERT_TRUE(reached.Wait());
+  ASSERT_TRUE(reached_.Wait());
   Close(stream);
   EXPECT_GE(longest_close_, 5s);
   EXPECT_LT(longest_close_, 10s);
@@ -223,8 +207,7 @@ TEST_F(Closing, KeepsTheMemoryOfAReadThatNeverComesBack) {
 }
 
 TEST_F(Closing, LeavesAStreamThatIsOpenedMeanwhileItsAlgorithm) {
-  Event stopping;
-  Event opened;
+  Event stopping, opened;
   Current().on_stop = [&] {
     stopping.Set();
     opened.Wait();
@@ -245,12 +228,12 @@ void CallEverything(const std::shared_ptr<const scripted_session::Registration>&
   if (registration == nullptr) {
     return;
   }
-  const auto& callbacks = registration->callbacks;
-  callbacks.session_params_cb(registration->cookie, SessionParams{});
-  callbacks.control_result_cb(registration->cookie, true, Status::SINK_NOT_READY);
-  callbacks.control_result_cb(static_cast<uint16_t>(registration->cookie + 1), true,
-                              Status::SUCCESS);
-  callbacks.session_changed_cb(registration->cookie);
+  const auto& [callbacks, cookie] = *registration;
+  const auto wrong = static_cast<uint16_t>(cookie + 1);
+  callbacks.session_params_cb(cookie, SessionParams{});
+  callbacks.control_result_cb(cookie, true, Status::SINK_NOT_READY);
+  callbacks.control_result_cb(wrong, true, Status::SUCCESS);
+  callbacks.session_changed_cb(cookie);
 }
 
 TEST_F(Closing, OutlivesCallbacksFromTwoThreadsAndFromInsideEveryCall) {

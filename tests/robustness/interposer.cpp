@@ -119,40 +119,21 @@ struct Watching {
 };
 thread_local Watching t_watching;
 
+// The C library's function of that name, behind ours.
+template <auto kFunction>
+auto Next(const char* name) {
+  static std::atomic<void*> address{nullptr};
+  if (address == nullptr) {
+    address = dlsym(RTLD_NEXT, name);
+  }
+  return reinterpret_cast<decltype(kFunction)>(address.load());
+}
+
 void Note(uint64_t interposer::Deeds::*deed) {
   if (t_watching.on) {
     ++(t_watching.deeds.*deed);
   }
 }
-
-// The C library's function of that name, behind ours.
-class NextFunction {
- public:
-  explicit constexpr NextFunction(const char* name) : name_(name) {}
-
-  template <typename Result, typename... Arguments>
-  Result Call(Arguments... arguments) {
-    void* address = address_;
-    if (address == nullptr) {
-      address = dlsym(RTLD_NEXT, name_);
-      address_ = address;
-    }
-    return reinterpret_cast<Result (*)(Arguments...)>(address)(arguments...);
-  }
-
- private:
-  const char* name_;
-  std::atomic<void*> address_{nullptr};
-};
-
-NextFunction g_pthread_mutex_lock("pthread_mutex_lock");
-NextFunction g_pthread_cond_wait("pthread_cond_wait");
-NextFunction g_pthread_cond_clockwait("pthread_cond_clockwait");
-NextFunction g_usleep("usleep");
-NextFunction g_nanosleep("nanosleep");
-NextFunction g_read("read");
-NextFunction g_write("write");
-NextFunction g_writev("writev");
 
 }  // namespace
 
@@ -225,6 +206,24 @@ void free(void* block) noexcept {
   __libc_free(block);
 }
 
+// A function that notes the deed and goes on to the C library's of that name, behind it.
+#define PASS_ON(deed, Result, name, parameters, ...)                                               \
+  Result name parameters {                                                                         \
+    Note(&interposer::Deeds::deed);                                                                \
+    return Next<name>(#name)(__VA_ARGS__);                                                         \
+  }
+PASS_ON(waits, int, pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t* mutex),
+        condition, mutex)
+PASS_ON(waits, int, pthread_cond_clockwait,
+        (pthread_cond_t * condition, pthread_mutex_t* mutex, clockid_t clock,
+         const timespec* until),
+        condition, mutex, clock, until)
+PASS_ON(waits, int, usleep, (useconds_t microseconds), microseconds)
+PASS_ON(waits, int, nanosleep, (const timespec* duration, timespec* rest), duration, rest)
+PASS_ON(file_calls, ssize_t, read, (int fd, void* buffer, size_t bytes), fd, buffer, bytes)
+PASS_ON(file_calls, ssize_t, write, (int fd, const void* buffer, size_t bytes), fd, buffer, bytes)
+PASS_ON(file_calls, ssize_t, writev, (int fd, const iovec* pieces, int count), fd, pieces, count)
+
 int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
   Note(&interposer::Deeds::lock_calls);
   if (t_watching.on) {
@@ -234,43 +233,7 @@ int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
     }
     Note(&interposer::Deeds::waits);
   }
-  return g_pthread_mutex_lock.Call<int>(mutex);
-}
-
-int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
-  Note(&interposer::Deeds::waits);
-  return g_pthread_cond_wait.Call<int>(condition, mutex);
-}
-
-int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
-                           const timespec* until) {
-  Note(&interposer::Deeds::waits);
-  return g_pthread_cond_clockwait.Call<int>(condition, mutex, clock, until);
-}
-
-int usleep(useconds_t microseconds) {
-  Note(&interposer::Deeds::waits);
-  return g_usleep.Call<int>(microseconds);
-}
-
-int nanosleep(const timespec* duration, timespec* rest) {
-  Note(&interposer::Deeds::waits);
-  return g_nanosleep.Call<int>(duration, rest);
-}
-
-ssize_t read(int fd, void* buffer, size_t bytes) {
-  Note(&interposer::Deeds::file_calls);
-  return g_read.Call<ssize_t>(fd, buffer, bytes);
-}
-
-ssize_t write(int fd, const void* buffer, size_t bytes) {
-  Note(&interposer::Deeds::file_calls);
-  return g_write.Call<ssize_t>(fd, buffer, bytes);
-}
-
-ssize_t writev(int fd, const iovec* pieces, int count) {
-  Note(&interposer::Deeds::file_calls);
-  return g_writev.Call<ssize_t>(fd, pieces, count);
+  return Next<pthread_mutex_lock>("pthread_mutex_lock")(mutex);
 }
 
 }  // extern "C"

@@ -9,19 +9,12 @@
 namespace scripted_session {
 namespace {
 
-using vendor::corva::bluetooth_audio_extend::BitsPerSample;
-using vendor::corva::bluetooth_audio_extend::ChannelMode;
-using vendor::corva::bluetooth_audio_extend::SampleRate;
-
 std::mutex g_mutex;
 std::shared_ptr<const Registration> g_last;  // guarded by g_mutex
 std::atomic<uint16_t> g_next_cookie{1};
 std::atomic<uint64_t> g_total_bytes{0};
 
 }  // namespace
-
-Behaviour::Behaviour()
-    : parameters{SampleRate::RATE_48000, ChannelMode::STEREO, BitsPerSample::BITS_16} {}
 
 Behaviour& Current() {
   static Behaviour behaviour;

@@ -13,15 +13,13 @@
 
 namespace scripted_session {
 
-using vendor::corva::bluetooth_audio_extend::PcmParameters;
-using vendor::corva::bluetooth_audio_extend::PortStatusCallbacks;
-using vendor::corva::bluetooth_audio_extend::Status;
+using namespace vendor::corva::bluetooth_audio_extend;
 
 // To be changed only while no other thread is inside the module.
 struct Behaviour {
   bool present = true;
   bool ready = true;
-  PcmParameters parameters;  // 48 kHz, stereo, 16 bits
+  PcmParameters parameters{SampleRate::RATE_48000, ChannelMode::STEREO, BitsPerSample::BITS_16};
   // Called inside the call of that name; empty: as a session that works.
   std::function<uint16_t()> on_register;  // the cookie
   std::function<void()> on_unregister;    // before the session forgets the callables
@@ -29,8 +27,6 @@ struct Behaviour {
   std::function<void()> on_stop;
   std::function<size_t(void* buffer, size_t bytes)> on_read;  // empty: fills the buffer
   std::function<bool(uint64_t* delay_ns, uint64_t* total_bytes, timespec* position)> on_position;
-
-  Behaviour();
 };
 
 // The one in force. Reset puts it back to the default and forgets every registration.

@@ -15,9 +15,7 @@ using vendor::corva::bluetooth_audio_extend::BitsPerSample;
 using vendor::corva::bluetooth_audio_extend::ChannelMode;
 using vendor::corva::bluetooth_audio_extend::SampleRate;
 
-constexpr size_t kPeriod = 3840;
-
-class Sequences : public ModuleFixture {};
+using Sequences = ModuleFixture;
 
 // Each way in which a device open can end before it reads the coefficients.
 TEST_F(Sequences, StreamAfterTheCoefficientsAreGoneUsesTheBuiltInValues) {
@@ -47,7 +45,7 @@ TEST_F(Sequences, StreamAfterTheCoefficientsAreGoneUsesTheBuiltInValues) {
       WriteCoefficients(second_file.text);
     }
     EXPECT_EQ(OpenStream(), 0);
-    EXPECT_EQ(Read(kPeriod), static_cast<ssize_t>(kPeriod));
+    EXPECT_EQ(Read(3840), 3840);
     CloseStream();
     CloseDevice();
   }
@@ -62,26 +60,26 @@ TEST_F(Sequences, CoefficientsReleasedByAnotherDeviceAreNotUsed) {
   device = first;
   EXPECT_EQ(SetParameters("binaural_recording_bt_name=Buds;binaural_recording_algorithmMode=1"), 0);
   EXPECT_EQ(SetParameters("binaural_recording_algorithmMode=0"), 0);
-  EXPECT_EQ(Read(kPeriod), static_cast<ssize_t>(kPeriod));
+  EXPECT_EQ(Read(3840), 3840);
 }
 
 TEST_F(Sequences, SecondOpenThatFailsLeavesTheFirstStreamSilent) {
   ASSERT_EQ(OpenStream(), 0);
-  ASSERT_EQ(Read(kPeriod), static_cast<ssize_t>(kPeriod));
+  ASSERT_EQ(Read(3840), 3840);
   audio_stream_in* first = stream;
   Headset("parameters RATE_16000 STEREO BITS_16");
   EXPECT_EQ(OpenStream(), -1);
   audio_stream_in* second = stream;
   stream = first;
-  EXPECT_EQ(Read(kPeriod), 0);
-  EXPECT_EQ(Read(kPeriod), 0);
+  EXPECT_EQ(Read(3840), 0);
+  EXPECT_EQ(Read(3840), 0);
   CloseStream();
   stream = second;
-  EXPECT_EQ(Read(kPeriod), 0);
+  EXPECT_EQ(Read(3840), 0);
   CloseStream();
   Headset("parameters RATE_48000 STEREO BITS_16");
   ASSERT_EQ(OpenStream(), 0);
-  EXPECT_EQ(Read(kPeriod), static_cast<ssize_t>(kPeriod));
+  EXPECT_EQ(Read(3840), 3840);
 }
 
 TEST_F(Sequences, ClosingTheFirstOfTwoStreamsLeavesTheDeviceWithoutOne) {
@@ -94,7 +92,7 @@ TEST_F(Sequences, ClosingTheFirstOfTwoStreamsLeavesTheDeviceWithoutOne) {
   EXPECT_THAT(log.TakeErrors("BinauralRecordAudioHw"),
               testing::ElementsAre("adev_get_parameters_1_0: enter in nullptr"));
   EXPECT_EQ(gStreamIn.load(), nullptr);
-  EXPECT_EQ(Read(kPeriod), 0);  // the algorithm went with the first
+  EXPECT_EQ(Read(3840), 0);  // the algorithm went with the first
 }
 
 TEST_F(Sequences, RepeatedFailingOpensKeepNoMemory) {
@@ -112,7 +110,7 @@ TEST_F(Sequences, RepeatedFailingOpensKeepNoMemory) {
     EXPECT_EQ(runtime().preBuff, nullptr);
     EXPECT_EQ(runtime().postBuff, nullptr);
   }
-  EXPECT_EQ(Read(kPeriod), 0);
+  EXPECT_EQ(Read(3840), 0);
 }
 
 TEST_F(Sequences, AbandonedFailedOpenKeepsNoBuffersBeyondTheDevice) {

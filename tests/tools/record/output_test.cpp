@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <numeric>
 #include <sndfile.h>
@@ -25,6 +26,16 @@ namespace fs = std::filesystem;
 
 constexpr int kRateHz = 48000;
 constexpr size_t kPeriodFrames = 960;
+
+int ExitCodeOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const Failure& failure) {
+    EXPECT_FALSE(failure.try_next().empty());
+    return failure.exit_code();
+  }
+  return 0;
+}
 
 class OutputTest : public testing::Test {
  protected:
@@ -70,19 +81,11 @@ TEST_F(OutputTest, EveryWriteIsInTheFileBeforeTheNextOne) {
   EXPECT_EQ(fs::file_size(path_), 44u + 4u * 4800u);
 }
 
-TEST_F(OutputTest, AFileWithoutAFrameLeavesItsNameFree) {
+TEST_F(OutputTest, AnExistingFileIsKeptUnlessForcedAndOneWithoutAFrameLeavesItsNameFree) {
   WavOutput(path_, kRateHz, 2, kPeriodFrames, false).Close();
   EXPECT_FALSE(fs::exists(path_));
-}
-
-TEST_F(OutputTest, AnExistingFileIsKeptUnlessForced) {
   std::ofstream(path_) << "precious";
-  try {
-    WavOutput output(path_, kRateHz, 2, kPeriodFrames, false);
-    FAIL() << "the file was opened";
-  } catch (const Failure& failure) {
-    EXPECT_EQ(failure.exit_code(), 7);
-  }
+  EXPECT_EQ(ExitCodeOf([&] { WavOutput(path_, kRateHz, 2, kPeriodFrames, false); }), 7);
   EXPECT_EQ(fs::file_size(path_), 8u);
   WavOutput output(path_, kRateHz, 2, kPeriodFrames, true);
   output.Write(period_.data(), kPeriodFrames);
@@ -113,9 +116,8 @@ TEST_F(OutputTest, AFullDiskLeavesWholeFrames) {
     ::getrlimit(RLIMIT_FSIZE, &before);
     const rlimit full{c.limit_bytes, before.rlim_max};
     ::setrlimit(RLIMIT_FSIZE, &full);
-    int exit_code = 0;
     int64_t frames_while_open = -1;
-    try {
+    const int exit_code = ExitCodeOf([&] {
       WavOutput output(path_, kRateHz, 2, 100 * kPeriodFrames, true);
       try {
         for (int i = 0; i < 100; ++i) {
@@ -125,10 +127,7 @@ TEST_F(OutputTest, AFullDiskLeavesWholeFrames) {
         frames_while_open = FramesInFile();
         throw;
       }
-    } catch (const Failure& failure) {
-      exit_code = failure.exit_code();
-      EXPECT_FALSE(failure.try_next().empty());
-    }
+    });
     ::setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_EQ(exit_code, 7);
     if (c.frames <= 0) {
@@ -196,12 +195,7 @@ TEST(RawOutputTest, AReaderThatHasGoneIsAnOutputError) {
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
   ::close(ends[0]);
   const std::array<int16_t, 2> frame{};
-  try {
-    RawOutput(ends[1], 2).Write(frame.data(), 1);
-    FAIL() << "the write succeeded";
-  } catch (const Failure& failure) {
-    EXPECT_EQ(failure.exit_code(), 7);
-  }
+  EXPECT_EQ(ExitCodeOf([&] { RawOutput(ends[1], 2).Write(frame.data(), 1); }), 7);
   ::close(ends[1]);
 }
 

@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <android/log.h>
-
 #include "tests/tools/tune/tune_test_support.h"
 #include "tools/tune/lint.h"
 
@@ -14,12 +12,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
-
-// As in the program, the module's lines end nowhere.
-const bool kSilent = [] {
-  __android_log_set_logger([](const __android_logger_data*, const char*) {});
-  return true;
-}();
 
 // "line:column severity rule" of each diagnostic.
 std::vector<std::string> Places(const tune::LintResult& result) {
@@ -63,48 +55,42 @@ struct Case {
 
 constexpr char kDeclaration[] = "<?xml version=\"1.0\"?>\n";
 
-// A second headset, with what is to be tried in its first profile.
-std::string Profile(const std::string& inside) {
-  return FileWith(R"(<btheadset name="G"><nfm_band_energy_tuning value="@73@"/><profile name="a">
-)" + inside + R"(
-</profile>
-<profile name="b"><include module_name="m"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
-<profile name="c"><include module_name="m"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
-</btheadset>
-)");
+const std::string kPeq = R"(<peq_band_gain_tuning mode="0" value="@73@"/>)";
+const std::string kInclude = R"(<include module_name="m"/>)";
+
+std::string ProfileOf(const std::string& name, const std::string& module) {
+  return "<profile name=\"" + name + "\"><include module_name=\"" + module + "\"/>" + kPeq +
+         "</profile>\n";
 }
 
-// A second module, which the third profile of a second headset includes.
-std::string Mode(const std::string& inside) {
-  return FileWith("<module name=\"n\"><mode value=\"0\">\n" + inside + R"(
-</mode></module>
-<btheadset name="G"><nfm_band_energy_tuning value="@73@"/>
-<profile name="a"><include module_name="n"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
-<profile name="b"><include module_name="n"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
-<profile name="c"><include module_name="n"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
-</btheadset>
-)");
+std::string HeadsetText(const std::string& attributes, const std::string& list,
+                        const std::string& first_profile, const std::string& module = "m") {
+  return "<btheadset " + attributes + "><nfm_band_energy_tuning value=\"" + list + "\"/>" +
+         first_profile + ProfileOf("b", module) + ProfileOf("c", module) + "</btheadset>\n";
 }
 
 std::string Headset(const std::string& attributes, const std::string& list = "@73@") {
-  return FileWith("<btheadset " + attributes + "><nfm_band_energy_tuning value=\"" + list + R"("/>
-<profile name="a"><include module_name="m"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
-<profile name="b"><include module_name="m"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
-<profile name="c"><include module_name="m"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
-</btheadset>
-)");
+  return FileWith(HeadsetText(attributes, list, "\n" + ProfileOf("a", "m")));
 }
 
-const std::string kPeq = R"(<peq_band_gain_tuning mode="0" value="@73@"/>)";
-const std::string kInclude = R"(<include module_name="m"/>)";
+// A second headset, with what is to be tried in its first profile.
+std::string Profile(const std::string& inside) {
+  return FileWith(
+      HeadsetText("name=\"G\"", "@73@", "<profile name=\"a\">\n" + inside + "\n</profile>\n"));
+}
+
+// A second module, which the profiles of a second headset include.
+std::string Mode(const std::string& inside) {
+  return FileWith("<module name=\"n\"><mode value=\"0\">\n" + inside + "\n</mode></module>\n" +
+                  HeadsetText("name=\"G\"", "@73@", "\n" + ProfileOf("a", "n"), "n"));
+}
 
 // clang-format off
 const std::vector<Case>& Cases() {
   static const std::vector<Case> cases = {
     {"clean", FileWith(""), {}, "", true, true},
     {"clean for 44.1 kHz", Headset("name=\"G\"", "@75@"), {}, "", true, true},
-    {"schema reference", FileWith("").replace(FileWith("").find("bnc"), 0,
-     "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xsi:noNamespaceSchemaLocation=\"a.xsd\" "), {}, "", true, true},
+    {"schema reference", Replaced(FileWith(""), "bnc", "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xsi:noNamespaceSchemaLocation=\"a.xsd\" bnc"), {}, "", true, true},
 
     // The whole file.
     {"empty", "", {"1:1 error xml"}, "the file is empty", false, false},
@@ -113,10 +99,10 @@ const std::vector<Case>& Cases() {
     {"no declaration", FileWith("").substr(39), {"1:1 error declaration"}, "expected <?xml", false, true},
     {"no tuning", std::string(kDeclaration) + "<tunning/>", {"1:1 error missing-element", "2:1 warning ignored"}, "did you mean \"tuning\"", false, false},
     {"nothing in it", std::string(kDeclaration) + "<tuning bnc_verson=\"1.1.0\"/>", {"2:1 error missing-element"}, "lacks a <module>", false, false},
-    {"no version", FileWith("").replace(FileWith("").find("bnc_verson"), 10, "bnc_version"),
+    {"no version", Replaced(FileWith(""), "bnc_verson", "bnc_version"),
      {"2:1 error version", "2:1 warning ignored"}, "did you mean \"bnc_verson\"", true, false},
-    {"unknown version", FileWith("").replace(FileWith("").find("1.1.0"), 5, "1.2.0"), {"2:21 error version"}, "\"1.2.0\" selects nothing", true, false},
-    {"other generation", FileWith("<x/>").replace(FileWith("").find("1.1.0"), 5, "1.4.0"), {"2:21 warning other-generation"}, "2.0 library", true, false},
+    {"unknown version", Replaced(FileWith(""), "1.1.0", "1.2.0"), {"2:21 error version"}, "\"1.2.0\" selects nothing", true, false},
+    {"other generation", Replaced(FileWith("<x/>"), "1.1.0", "1.4.0"), {"2:21 warning other-generation"}, "2.0 library", true, false},
     {"not UTF-8", FileWith("<!-- \xFF -->"), {"8:6 warning invalid-utf8"}, "not UTF-8", true, false},
     {"large", FileWith("<!--" + std::string(1100000, 'x') + "-->"), {"1:1 warning large-file"}, "1076 KiB", true, true},
 
@@ -168,16 +154,12 @@ const std::vector<Case>& Cases() {
     {"energies out of range", Headset("name=\"G\"", "@71@,-2081, 5"), {"8:407 warning clamped"}, "-2081 to -2080 in band 72, 5 to -160 in band 73", true, true},
     {"junk among the energies", Headset("name=\"G\"", "@72@,-9x0"), {"8:412 warning number", "8:412 warning clamped"}, "\"-9x0\" is read as -9", true, false},
     {"empty field", Headset("name=\"G\"", "@72@,,-200"), {"8:52 warning number"}, "moves down; numbers read: 73", true, false},
-    {"second list of energies", FileWith("").replace(FileWith("").find("<profile"), 0, "<nfm_band_energy_tuning value=\"1\"/>\n"), {"5:1 warning duplicate"}, "the first wins", true, false},
+    {"second list of energies", Replaced(FileWith(""), "<profile", "<nfm_band_energy_tuning value=\"1\"/>\n<profile"), {"5:1 warning duplicate"}, "the first wins", true, false},
 
     // Profiles and scenes.
     {"no profiles", FileWith(Expand("<btheadset name=\"G\"><nfm_band_energy_tuning value=\"@73@\"/></btheadset>")),
      {"8:1 warning scene", "8:1 warning scene", "8:1 warning scene"}, "\"selfie mirrored\" of \"G\" gets the built-in values: there is no profile 3", true, true},
-    {"module without mode 0", FileWith("<module name=\"n\"><mode value=\"1\"/></module>" + Expand(R"(
-<btheadset name="G"><nfm_band_energy_tuning value="@73@"/>
-<profile name="a"><include module_name="n"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
-<profile name="b"><include module_name="m"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
-<profile name="c"><include module_name="m"/><peq_band_gain_tuning mode="0" value="@73@"/></profile></btheadset>)")),
+    {"module without mode 0", FileWith("<module name=\"n\"><mode value=\"1\"/></module>\n" + HeadsetText("name=\"G\"", "@73@", "\n" + ProfileOf("a", "n"))),
      {"8:18 note unused", "10:1 warning scene"}, "profile 1 has no mode 0", true, true},
     {"no include", Profile(kPeq), {"8:419 error missing-element"}, "<profile> lacks a <include>", false, false},
     {"unknown module", Profile("<include module_name=\"M\"/>" + kPeq), {"9:23 error unknown-module"}, "no module \"M\"; did you mean \"m\"?", false, false},
@@ -190,10 +172,8 @@ const std::vector<Case>& Cases() {
     {"fifth list of gains", Profile(kInclude + kPeq + "\n<peq_band_gain_tuning mode=\"1\" value=\"@73@\"/><peq_band_gain_tuning mode=\"2\" value=\"@73@\"/>"
      "<peq_band_gain_tuning mode=\"3\" value=\"@73@\"/>\n" + kPeq), {"10:1 note unused", "10:406 note unused", "10:811 note unused", "11:1 warning ignored"}, "first 4", true, false},
     {"two clamped gains", Profile(kInclude + "<peq_band_gain_tuning mode=\"0\" value=\"321,@71@,-577\"/>"), {"9:65 warning clamped"}, "321 to 320 in band 1, -577 to -576 in band 73", true, true},
-    {"sixth profile", FileWith("").replace(FileWith("").find("</btheadset>"), 0, Expand(R"(
-<profile name="d"><include module_name="m"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
-<profile name="e"><include module_name="m"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
-<profile name="f"/>)")), {"8:1 note unused", "9:1 note unused", "10:1 warning ignored"}, "only the first 5", true, false},
+    {"sixth profile", Replaced(FileWith(""), "</btheadset>", "\n" + ProfileOf("d", "m") + ProfileOf("e", "m") + "<profile name=\"f\"/></btheadset>"),
+     {"8:1 note unused", "9:1 note unused", "10:1 warning ignored"}, "only the first 5", true, false},
 
     // What nobody reads.
     {"element in the wrong place", FileWith("<param name=\"rnn_amount\" value=\"1\"/>"), {"8:1 warning ignored"}, "it belongs into <mode>", true, false},

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <random>
 
-#include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -22,15 +21,6 @@ using testing::Not;
 using testing::StartsWith;
 
 namespace {
-
-const bool kSilent = [] {
-  __android_log_set_logger([](const __android_logger_data*, const char*) {});
-  return true;
-}();
-
-RunResult Tune(const std::string& arguments) {
-  return RunProgram(std::string("timeout 300 ") + PROGRAM + " " + arguments);
-}
 
 // A tone that comes and goes over noise, different in both ears.
 tune::Recording Sound(uint32_t rate_hz, size_t frames) {
@@ -55,19 +45,23 @@ std::vector<int16_t> ThroughTheLibrary(const tune::Recording& input) {
   std::vector<char> scratch(bcap_query_scratch(&config));
   bcap_handle_t handle = nullptr;
   bcap_init(&config, memory.data(), &handle);
-  bcap_selfie_mode_set(handle, 0);
-  bcap_hpf_enable_set(handle, 1);
-  bcap_pregain_enable_set(handle, 1);
-  bcap_pregain_boost_set(handle, 256);
-  bcap_pregain_limiter_peak_set(handle, 256);
-  bcap_rnn_enable_set(handle, 1);
-  bcap_rnn_amount_set(handle, 8);
-  bcap_postgain_enable_set(handle, 1);
-  bcap_postgain_boost_set(handle, 320);
-  bcap_postgain_limiter_peak_set(handle, 241);
-  bcap_rmx_amount_set(handle, 9);
-  bcap_peq_amount_set(handle, 16);
-  bcap_nfm_amount_set(handle, 16);
+  const std::pair<int (*)(bcap_handle_t, int32_t), int32_t> settings[] = {
+      {bcap_selfie_mode_set, 0},
+      {bcap_hpf_enable_set, 1},
+      {bcap_pregain_enable_set, 1},
+      {bcap_pregain_boost_set, 256},
+      {bcap_pregain_limiter_peak_set, 256},
+      {bcap_rnn_enable_set, 1},
+      {bcap_rnn_amount_set, 8},
+      {bcap_postgain_enable_set, 1},
+      {bcap_postgain_boost_set, 320},
+      {bcap_postgain_limiter_peak_set, 241},
+      {bcap_rmx_amount_set, 9},
+      {bcap_peq_amount_set, 16},
+      {bcap_nfm_amount_set, 16}};
+  for (const auto& [set, value] : settings) {
+    set(handle, value);
+  }
   bcap_peq_band_gain_tuning_set(handle, 73, A_PEQ_TUNING_DATA_PRESET1_SR48K);
   bcap_nfm_band_energy_tuning_set(handle, 73, A_NFM_TUNING_DATA_SR48K);
   std::vector<int16_t> samples = input.samples;
@@ -79,23 +73,6 @@ std::vector<int16_t> ThroughTheLibrary(const tune::Recording& input) {
   }
   bcap_shutdown(handle);
   return {samples.begin() + 2048, samples.begin() + 2048 + static_cast<long>(input.samples.size())};
-}
-
-TEST(TuneProcess, EqualsTheLibraryUsedDirectlyWithoutItsDelay) {
-  const ScratchFolder folder;
-  const std::string file = folder.Write("a.xml", FileWith(""));
-  for (const uint32_t rate_hz : {48000u, 44100u}) {
-    const tune::Recording input = Sound(rate_hz, 2 * rate_hz + 77);
-    tune::WriteRecording(folder.Path("in.wav"), input, true);
-    const RunResult run = Tune("process --force --headset Unknown " + folder.Path("in.wav") + " " +
-                               folder.Path("out.wav") + " " + file);
-    ASSERT_EQ(run.exit_code, 0) << run.err;
-    EXPECT_THAT(run.out, HasSubstr("built-in values are used"));
-    EXPECT_THAT(run.out, HasSubstr("times real time"));
-    const tune::Recording output = tune::ReadRecording(folder.Path("out.wav"));
-    EXPECT_EQ(output.sample_rate_hz, rate_hz);
-    EXPECT_TRUE(output.samples == ThroughTheLibrary(input));
-  }
 }
 
 std::string Zeros(int count) {
@@ -121,42 +98,60 @@ std::string TuningWith(const std::string& params, const std::string& gains) {
 
 constexpr char kAllOff[] = R"(<param name="nfm_amount" value="0"/>)";
 
-TEST(TuneProcess, WithEverythingOffTheOutputIsTheInput) {
-  const ScratchFolder folder;
-  const std::string file = folder.Write("off.xml", TuningWith(kAllOff, Zeros(73)));
+// A folder with a coefficient file and what `process` makes of in.wav by it.
+class TuneProcess : public testing::Test {
+ protected:
+  RunResult Process(const std::string& options) const {
+    return Tune("process " + options + " " + in_ + " " + out_ + " " + file_);
+  }
+  void WriteInput(const tune::Recording& input) const { tune::WriteRecording(in_, input, true); }
+  tune::Recording Output() const { return tune::ReadRecording(out_); }
+
+  const ScratchFolder folder_;
+  const std::string file_ = folder_.Write("a.xml", FileWith(""));
+  const std::string in_ = folder_.Path("in.wav"), out_ = folder_.Path("out.wav");
+};
+using TuneReport = TuneProcess;
+using TunePlot = TuneProcess;
+
+TEST_F(TuneProcess, EqualsTheLibraryUsedDirectlyWithoutItsDelay) {
+  for (const uint32_t rate_hz : {48000u, 44100u}) {
+    const tune::Recording input = Sound(rate_hz, 2 * rate_hz + 77);
+    WriteInput(input);
+    const RunResult run = Process("--force --headset Unknown");
+    ASSERT_EQ(run.exit_code, 0) << run.err;
+    EXPECT_THAT(run.out, HasSubstr("built-in values are used"));
+    EXPECT_THAT(run.out, HasSubstr("times real time"));
+    EXPECT_EQ(Output().sample_rate_hz, rate_hz);
+    EXPECT_TRUE(Output().samples == ThroughTheLibrary(input));
+  }
+}
+
+TEST_F(TuneProcess, WithEverythingOffTheOutputIsTheInput) {
+  folder_.Write("a.xml", TuningWith(kAllOff, Zeros(73)));
   const tune::Recording input = Sound(48000, 30000);
-  tune::WriteRecording(folder.Path("in.wav"), input, true);
-  ASSERT_EQ(Tune("process --headset H " + folder.Path("in.wav") + " " + folder.Path("out.wav") +
-                 " " + file)
-                .exit_code,
-            0);
-  EXPECT_TRUE(tune::ReadRecording(folder.Path("out.wav")).samples == input.samples);
+  WriteInput(input);
+  ASSERT_EQ(Process("--headset H").exit_code, 0);
+  EXPECT_TRUE(Output().samples == input.samples);
 }
 
-TEST(TuneProcess, MatchesLoudnessOnRequest) {
-  const ScratchFolder folder;
-  const std::string file = folder.Write("a.xml", FileWith(""));
+TEST_F(TuneProcess, MatchesLoudnessOnRequest) {
   const tune::Recording input = Sound(48000, 48000 * 8);
-  tune::WriteRecording(folder.Path("in.wav"), input, true);
+  WriteInput(input);
   const double before = tune::MeasureLevels(input).loudness_lufs;
-  const auto loudness = [&](const std::string& option) {
-    Tune("process --force --headset H " + option + folder.Path("in.wav") + " " +
-         folder.Path("out.wav") + " " + file);
-    return tune::MeasureLevels(tune::ReadRecording(folder.Path("out.wav"))).loudness_lufs;
-  };
-  EXPECT_GT(std::abs(loudness("") - before), 1.0);
-  EXPECT_NEAR(loudness("--match-loudness "), before, 0.1);
+  Process("--force --headset H");
+  EXPECT_GT(std::abs(tune::MeasureLevels(Output()).loudness_lufs - before), 1.0);
+  Process("--force --headset H --match-loudness");
+  EXPECT_NEAR(tune::MeasureLevels(Output()).loudness_lufs, before, 0.1);
 }
 
-TEST(TuneProcess, RefusesWhatItCannotProcessAndKeepsFiles) {
-  const ScratchFolder folder;
-  const std::string file = folder.Write("a.xml", FileWith(""));
-  tune::WriteRecording(folder.Path("in.wav"), Sound(48000, 1000), true);
-  tune::WriteRecording(folder.Path("slow.wav"), Sound(32000, 1000), true);
-  std::string mono = ReadFile(folder.Path("in.wav"));
+TEST_F(TuneProcess, RefusesWhatItCannotProcessAndKeepsFiles) {
+  WriteInput(Sound(48000, 1000));
+  tune::WriteRecording(folder_.Path("slow.wav"), Sound(32000, 1000), true);
+  std::string mono = ReadFile(in_);
   mono[22] = 1;  // channels in the header
-  folder.Write("mono.wav", mono);
-  folder.Write("there.wav", "kept");
+  folder_.Write("mono.wav", mono);
+  folder_.Write("there.wav", "kept");
   const struct {
     std::string in, out;
     const char* message;
@@ -168,24 +163,19 @@ TEST(TuneProcess, RefusesWhatItCannotProcessAndKeepsFiles) {
       {"in.wav", "in.wav", "the same file", 2},   {"in.wav", "none/out.wav", "none/out.wav", 4},
   };
   for (const auto& row : kCases) {
-    const RunResult run = Tune("process --headset H " + folder.Path(row.in) + " " +
-                               folder.Path(row.out) + " " + file);
+    const RunResult run = Tune("process --headset H " + folder_.Path(row.in) + " " +
+                               folder_.Path(row.out) + " " + file_);
     EXPECT_EQ(run.exit_code, row.exit_code) << row.in << run.err;
     EXPECT_THAT(run.err, HasSubstr(row.message));
   }
-  EXPECT_EQ(ReadFile(folder.Path("there.wav")), "kept");
-  EXPECT_EQ(ReadFile(folder.Path("out.wav")), "");
+  EXPECT_EQ(ReadFile(folder_.Path("there.wav")), "kept");
+  EXPECT_EQ(ReadFile(folder_.Path("out.wav")), "");
 }
 
-TEST(TuneReport, IsOnePageThatNeedsNothingElse) {
-  const ScratchFolder folder;
-  const std::string file = folder.Write("a.xml", FileWith(""));
-  tune::WriteRecording(folder.Path("in.wav"), Sound(48000, 48000), true);
-  ASSERT_EQ(Tune("process --headset '<H>' --report " + folder.Path("r.html") + " " +
-                 folder.Path("in.wav") + " " + folder.Path("out.wav") + " " + file)
-                .exit_code,
-            0);
-  const std::string page = ReadFile(folder.Path("r.html"));
+TEST_F(TuneReport, IsOnePageThatNeedsNothingElse) {
+  WriteInput(Sound(48000, 48000));
+  ASSERT_EQ(Process("--headset '<H>' --report " + folder_.Path("r.html")).exit_code, 0);
+  const std::string page = ReadFile(folder_.Path("r.html"));
   EXPECT_THAT(page, StartsWith("<!DOCTYPE html>"));
   EXPECT_THAT(page, HasSubstr("no headset &quot;&lt;H&gt;&quot;"));
   const struct {
@@ -204,54 +194,51 @@ TEST(TuneReport, IsOnePageThatNeedsNothingElse) {
     }
     EXPECT_EQ(times, part.times) << part.text;
   }
-  EXPECT_EQ(RunProgram(std::string(XMLLINT) + " --html --noout --huge " + folder.Path("r.html"))
+  EXPECT_EQ(RunProgram(std::string(XMLLINT) + " --html --noout --huge " + folder_.Path("r.html"))
                 .exit_code,
             0);
 }
 
-TEST(TunePlot, DrawsSvgAndPng) {
-  const ScratchFolder folder;
-  const std::string file = folder.Write("a.xml", FileWith(""));
+TEST_F(TunePlot, DrawsSvgAndPng) {
   for (const char* options : {"", "--headset H", "--headset H --scene selfie --mirror",
                               "--headset No --against default", "--rate 44100 --against "}) {
     SCOPED_TRACE(options);
     const bool against_file = std::string(options).find("44100") != std::string::npos;
     const std::string arguments =
-        "plot " + file + " " + options + (against_file ? file : "") + " -o ";
-    EXPECT_EQ(Tune(arguments + folder.Path("x.svg")).exit_code, 0);
+        "plot " + file_ + " " + options + (against_file ? file_ : "") + " -o ";
+    EXPECT_EQ(Tune(arguments + folder_.Path("x.svg")).exit_code, 0);
     EXPECT_EQ(
-        RunProgram(std::string(XMLLINT) + " --noout --huge " + folder.Path("x.svg")).exit_code, 0);
-    EXPECT_EQ(Tune(arguments + folder.Path("x.png")).exit_code, 0);
-    EXPECT_THAT(ReadFile(folder.Path("x.png")), StartsWith("\x89PNG"));
+        RunProgram(std::string(XMLLINT) + " --noout --huge " + folder_.Path("x.svg")).exit_code, 0);
+    EXPECT_EQ(Tune(arguments + folder_.Path("x.png")).exit_code, 0);
+    EXPECT_THAT(ReadFile(folder_.Path("x.png")), StartsWith("\x89PNG"));
   }
-  EXPECT_EQ(Tune("plot " + file + " -o " + folder.Path("x.jpg")).exit_code, 2);
-  EXPECT_EQ(Tune("plot " + file + " -o " + folder.Path("none/x.svg")).exit_code, 4);
+  EXPECT_EQ(Tune("plot " + file_ + " -o " + folder_.Path("x.jpg")).exit_code, 2);
+  EXPECT_EQ(Tune("plot " + file_ + " -o " + folder_.Path("none/x.svg")).exit_code, 4);
 }
 
-TEST(TunePlot, TheMeasuredResponseIsThatOfTheStages) {
-  const ScratchFolder folder;
+TEST_F(TunePlot, TheMeasuredResponseIsThatOfTheStages) {
+  const std::string flat = Zeros(73), five = Zeros(32) + ",96,96,96,96,96," + Zeros(36);
+  const std::string high_pass = R"(<param name="hpf_enable" value="1"/>)";
+  const std::string half = R"(<param name="peq_amount" value="8"/>)";
+  const std::string boost =
+      R"(<param name="pregain_enable" value="1"/><param name="pregain_boost" value="160"/>)";
   const struct {
     const char* name;
     std::string params;
     std::string gains;
     double hz, low_db, high_db;
   } kCases[] = {
-      {"all off", kAllOff, Zeros(73), 1000.0, -0.05, 0.05},
-      {"high-pass above", "<param name=\"hpf_enable\" value=\"1\"/>", Zeros(73), 1000.0, -1.0, 0.1},
-      {"high-pass below", "<param name=\"hpf_enable\" value=\"1\"/>", Zeros(73), 20.0, -60.0,
-       -24.0},
-      {"boost of 10 dB",
-       "<param name=\"pregain_enable\" value=\"1\"/><param name=\"pregain_boost\" value=\"160\"/>",
-       Zeros(73), 1000.0, 9.95, 10.05},
-      {"five gains at +6 dB", "", Zeros(32) + ",96,96,96,96,96," + Zeros(36), 34 * 46.875, 5.5,
-       6.5},
-      {"the same at half the amount", "<param name=\"peq_amount\" value=\"8\"/>",
-       Zeros(32) + ",96,96,96,96,96," + Zeros(36), 34 * 46.875, 2.5, 3.5},
-      {"an octave below", "", Zeros(32) + ",96,96,96,96,96," + Zeros(36), 17 * 46.875, -0.2, 0.2},
+      {"all off", kAllOff, flat, 1000.0, -0.05, 0.05},
+      {"high-pass above", high_pass, flat, 1000.0, -1.0, 0.1},
+      {"high-pass below", high_pass, flat, 20.0, -60.0, -24.0},
+      {"boost of 10 dB", boost, flat, 1000.0, 9.95, 10.05},
+      {"five gains at +6 dB", "", five, 34 * 46.875, 5.5, 6.5},
+      {"the same at half the amount", half, five, 34 * 46.875, 2.5, 3.5},
+      {"an octave below", "", five, 17 * 46.875, -0.2, 0.2},
   };
   for (const auto& row : kCases) {
     SCOPED_TRACE(row.name);
-    const tune::CoefficientFile file(folder.Write("a.xml", TuningWith(row.params, row.gains)));
+    const tune::CoefficientFile file(folder_.Write("a.xml", TuningWith(row.params, row.gains)));
     ASSERT_TRUE(file.Accepted());
     tune::TunedRuntime runtime(file.effective(), tune::RequestForSceneIndex("H", 0));
     const tune::Response response = tune::MeasureResponse(&runtime, 48000);

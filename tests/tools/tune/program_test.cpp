@@ -14,58 +14,44 @@ using testing::Not;
 
 namespace {
 
-RunResult Tune(const std::string& arguments) {
-  return RunProgram(std::string("timeout 300 ") + PROGRAM + " " + arguments);
-}
-
-std::string Replaced(std::string text, const std::string& what, const std::string& with) {
-  return text.replace(text.find(what), what.size(), with);
-}
-
-TEST(TuneProgram, ExitCodesTellWhatHappened) {
+class TuneProgram : public testing::Test {
+ protected:
   const ScratchFolder folder;
   const std::string good = folder.Write("good.xml", FileWith(""));
+};
+
+TEST_F(TuneProgram, ExitCodesTellWhatHappened) {
   const std::string odd = folder.Write("odd.xml", FileWith("<x/>"));
   const std::string bad = folder.Write("bad.xml", FileWith("<module/>"));
+  const std::string absent = folder.Path("absent.xml"), unmade = folder.Path("none/x.xml");
   const struct {
-    std::string arguments;
     int exit_code;
+    std::vector<std::string> arguments;
   } kCases[] = {
-      {"lint " + good, 0},
-      {"lint " + odd, 1},
-      {"lint --strict " + odd, 3},
-      {"lint " + good + " " + odd + " " + bad, 3},
-      {"lint " + folder.Path("absent.xml"), 3},
-      {"lint", 2},
-      {"lint --format yaml " + good, 2},
-      {"", 2},
-      {"frobnicate", 2},
-      {"--help", 0},
-      {"resolve --help", 0},
-      {"--version", 0},
-      {"resolve " + good, 2},
-      {"resolve " + good + " --headset H --scene front", 2},
-      {"resolve " + good + " --headset H --mode 4", 2},
-      {"resolve " + good + " --headset H", 0},
-      {"resolve " + bad + " --list", 3},
-      {"resolve " + folder.Path("absent.xml") + " --list", 3},
-      {"show " + good, 0},
-      {"show " + bad, 3},
-      {"diff " + good + " " + good, 0},
-      {"diff " + good + " " + bad, 3},
-      {"init --headset 'a;b'", 2},
-      {"init -o " + good, 4},
-      {"init -o " + folder.Path("none/x.xml"), 4},
+      {0,
+       {"lint " + good, "--help", "resolve --help", "--version", "resolve " + good + " --headset H",
+        "show " + good, "diff " + good + " " + good}},
+      {1, {"lint " + odd}},
+      {2,
+       {"lint", "lint --format yaml " + good, "", "frobnicate", "resolve " + good,
+        "resolve " + good + " --headset H --scene front",
+        "resolve " + good + " --headset H --mode 4", "init --headset 'a;b'"}},
+      {3,
+       {"lint --strict " + odd, "lint " + good + " " + odd + " " + bad, "lint " + absent,
+        "resolve " + bad + " --list", "resolve " + absent + " --list", "show " + bad,
+        "diff " + good + " " + bad}},
+      {4, {"init -o " + good, "init -o " + unmade}},
   };
   for (const auto& row : kCases) {
-    const RunResult run = Tune(row.arguments);
-    EXPECT_EQ(run.exit_code, row.exit_code) << row.arguments << "\n" << run.out << run.err;
-    EXPECT_TRUE(run.exit_code != 2 || run.out.empty()) << row.arguments;
+    for (const std::string& arguments : row.arguments) {
+      const RunResult run = Tune(arguments);
+      EXPECT_EQ(run.exit_code, row.exit_code) << arguments << "\n" << run.out << run.err;
+      EXPECT_TRUE(run.exit_code != 2 || run.out.empty()) << arguments;
+    }
   }
 }
 
-TEST(TuneProgram, LintSpeaksTextJsonAndSarif) {
-  const ScratchFolder folder;
+TEST_F(TuneProgram, LintSpeaksTextJsonAndSarif) {
   const std::string path =
       folder.Write("a b.xml", FileWith("<module name=\"\xFF\"><mode value=\"7\"/></module>"));
   const std::string quoted = "'" + path + "'";
@@ -75,7 +61,6 @@ TEST(TuneProgram, LintSpeaksTextJsonAndSarif) {
       text.out,
       HasSubstr(path + ":8:31: error: mode \"7\" is read as 7; expected 0 to 3 [mode-range]\n"));
   EXPECT_THAT(text.err, HasSubstr("1 error, 1 warning"));
-
   const json plain = json::parse(Tune("lint --format json " + quoted).out).at("files").at(0);
   EXPECT_EQ(plain.at("file"), path);
   EXPECT_EQ(plain.at("errors"), 1);
@@ -83,14 +68,13 @@ TEST(TuneProgram, LintSpeaksTextJsonAndSarif) {
   EXPECT_EQ(plain.at("diagnostics").at(2).at("rule"), "mode-range");
 
   const json sarif = json::parse(Tune("lint --format sarif " + quoted).out);
-  EXPECT_EQ(sarif.at("version"), "2.1.0");
   const json& run = sarif.at("runs").at(0);
   const json& finding = run.at("results").at(2);
-  EXPECT_EQ(finding.at("level"), "error");
-  EXPECT_EQ(
-      run.at("tool").at("driver").at("rules").at(finding.at("ruleIndex").get<size_t>()).at("id"),
-      finding.at("ruleId"));
+  const json& rules = run.at("tool").at("driver").at("rules");
   const json& place = finding.at("locations").at(0).at("physicalLocation");
+  EXPECT_EQ(sarif.at("version"), "2.1.0");
+  EXPECT_EQ(finding.at("level"), "error");
+  EXPECT_EQ(rules.at(finding.at("ruleIndex").get<size_t>()).at("id"), finding.at("ruleId"));
   EXPECT_THAT(place.at("artifactLocation").at("uri").get<std::string>(), HasSubstr("/a%20b.xml"));
   EXPECT_EQ(place.at("region").at("startLine"), 8);
   EXPECT_EQ(place.at("region").at("startColumn"), 31);
@@ -98,14 +82,13 @@ TEST(TuneProgram, LintSpeaksTextJsonAndSarif) {
 
 std::string Times(size_t count, const std::string& text) {
   std::string all;
-  for (size_t i = 0; i < count; ++i) {
+  for (; count > 0; --count) {
     all += text;
   }
   return all;
 }
 
-TEST(TuneProgram, HostileFilesEndInAMessageWithBoundedMemory) {
-  const ScratchFolder folder;
+TEST_F(TuneProgram, HostileFilesEndInAMessageWithBoundedMemory) {
   folder.Write("sparse.xml", "");
   ASSERT_EQ(::truncate(folder.Path("sparse.xml").c_str(), off_t{2} << 30), 0);
   ASSERT_EQ(::mkfifo(folder.Path("pipe.xml").c_str(), 0600), 0);
@@ -143,8 +126,8 @@ TEST(TuneProgram, HostileFilesEndInAMessageWithBoundedMemory) {
     if (!row.text.empty()) {
       folder.Write(file, row.text);
     }
-    const RunResult run = RunProgram(std::string("(ulimit -d " MEMORY_LIMIT "; timeout 300 ") +
-                                     PROGRAM + " lint " + folder.Path(file) + ")");
+    const RunResult run = RunProgram("(ulimit -d " MEMORY_LIMIT "; timeout 300 " PROGRAM " lint " +
+                                     folder.Path(file) + ")");
     EXPECT_THAT(run.out, HasSubstr(row.rule));
     EXPECT_THAT(run.out, Not(HasSubstr("\x1b")));
     EXPECT_TRUE(run.exit_code == 3 || run.exit_code == 1 || run.exit_code == 0)
@@ -152,12 +135,12 @@ TEST(TuneProgram, HostileFilesEndInAMessageWithBoundedMemory) {
   }
 }
 
-TEST(TuneProgram, ResolveNamesTheTuningOrTheStepThatFellBack) {
-  const ScratchFolder folder;
-  const std::string good =
-      folder.Write("good.xml", FileWith("<module name=\"n\"><mode value=\"1\"/></module>\n" +
-                                        Expand(R"(<btheadset name="G">
-<nfm_band_energy_tuning value="@73@"/><profile name="x"><include module_name="n"/><peq_band_gain_tuning mode="0" value="@73@"/></profile></btheadset>)")));
+TEST_F(TuneProgram, ResolveNamesTheTuningOrTheStepThatFellBack) {
+  const std::string two =
+      folder.Write("two.xml", FileWith(Expand(R"(<module name="n"><mode value="1"/></module>
+<btheadset name="G"><nfm_band_energy_tuning value="@73@"/>
+<profile name="x"><include module_name="n"/><peq_band_gain_tuning mode="0" value="@73@"/></profile>
+</btheadset>)")));
   const std::string bad = folder.Write("bad.xml", FileWith("<module/>"));
   const std::string versionless =
       folder.Write("versionless.xml", Replaced(FileWith(""), "1.1.0", "1.0.0"));
@@ -165,30 +148,29 @@ TEST(TuneProgram, ResolveNamesTheTuningOrTheStepThatFellBack) {
     std::string arguments;
     const char* sentence;
   } kCases[] = {
-      {good + " --headset H", "\"H\", scene normal, mode 0: profile 1 \"a\" (line 5) with the "
-                              "module \"m\" (line 3) is used."},
-      {good + " --headset H --scene selfie", "profile 2 \"b\" (line 6)"},
-      {good + " --headset H --scene selfie --mirror",
+      {two + " --headset H", "\"H\", scene normal, mode 0: profile 1 \"a\" (line 5) with the "
+                             "module \"m\" (line 3) is used."},
+      {two + " --headset H --scene selfie", "profile 2 \"b\" (line 6)"},
+      {two + " --headset H --scene selfie --mirror",
        "scene selfie mirrored, mode 0: profile 3 \"c\" (line 7)"},
-      {good + " --headset H --mirror", "scene normal"},
-      {good + " --headset h",
+      {two + " --headset H --mirror", "scene normal"},
+      {two + " --headset h",
        "built-in values are used, because the file has no headset \"h\"; did you mean \"H\"?"},
-      {good + " --headset G --scene selfie", "because the headset (line 9) has no profile 2."},
-      {good + " --headset G", "because the module of profile 1 (line 10) has no mode 0."},
-      {good + " --headset H --mode 2", "only mode 0 is"},
+      {two + " --headset G --scene selfie", "because the headset (line 9) has no profile 2."},
+      {two + " --headset G", "because the module of profile 1 (line 10) has no mode 0."},
+      {two + " --headset H --mode 2", "only mode 0 is"},
       {bad + " --headset H", "because the module refuses the whole file for 1 error"},
       {versionless + " --headset H", "because the file's version selects no algorithm"},
   };
   for (const auto& row : kCases) {
     EXPECT_THAT(Tune("resolve " + row.arguments).out, HasSubstr(row.sentence)) << row.arguments;
   }
-  const std::string list = Tune("resolve --list " + good).out;
+  const std::string list = Tune("resolve --list " + two).out;
   EXPECT_THAT(list, HasSubstr("\"H\"        normal           1 \"a\"            \"m\""));
   EXPECT_THAT(list, HasSubstr("selfie           built-in values"));
 }
 
-TEST(TuneProgram, ResolveShowsWhatTheLibraryHoldsAndMarksWhatItClamped) {
-  const ScratchFolder folder;
+TEST_F(TuneProgram, ResolveShowsWhatTheLibraryHoldsAndMarksWhatItClamped) {
   const std::string path =
       folder.Write("a.xml", Replaced(Replaced(FileWith(""), "value=\"4\"", "value=\"99\""),
                                      "mode=\"0\" value=\"-160,", "mode=\"0\" value=\"900,"));
@@ -198,14 +180,12 @@ TEST(TuneProgram, ResolveShowsWhatTheLibraryHoldsAndMarksWhatItClamped) {
   EXPECT_THAT(out, HasSubstr("0 Hz  320*  -161"));
 }
 
-TEST(TuneProgram, DiffTellsHeadsetSceneAndParameterNotText) {
-  const ScratchFolder folder;
-  const std::string before = folder.Write("a.xml", FileWith(""));
+TEST_F(TuneProgram, DiffTellsHeadsetSceneAndParameterNotText) {
   // Other order, other blanks, other names of modules and profiles: the same tuning.
   std::string text =
       Replaced(FileWith(""), "rnn_amount\" value=\"4\"", "rnn_amount\"\n value=\" 4 \"");
   const std::string same = folder.Write("b.xml", text);
-  EXPECT_EQ(Tune("diff " + before + " " + same).exit_code, 0);
+  EXPECT_EQ(Tune("diff " + good + " " + same).exit_code, 0);
 
   text = Replaced(text,
                   "<profile name=\"b\"><include module_name=\"m\"/><peq_band_gain_tuning "
@@ -215,7 +195,7 @@ TEST(TuneProgram, DiffTellsHeadsetSceneAndParameterNotText) {
   text = Replaced(text, "</tuning>",
                   "<module name=\"n\"><mode value=\"0\"><param name=\"rnn_amount\" value=\"99\"/>"
                   "<param name=\"lev_amount\" value=\"2\"/></mode></module></tuning>");
-  const RunResult run = Tune("diff " + before + " " + folder.Write("c.xml", text));
+  const RunResult run = Tune("diff " + good + " " + folder.Write("c.xml", text));
   EXPECT_EQ(run.exit_code, 1);
   EXPECT_EQ(run.out, "headset \"H\"\n"
                      "  selfie\n"
@@ -223,14 +203,14 @@ TEST(TuneProgram, DiffTellsHeadsetSceneAndParameterNotText) {
                      "    lev_amount          0 -> 2        not used\n"
                      "    band gains, band 1  -160 -> -144  +1.0 dB\n");
 
-  const RunResult against_nothing = Tune(
-      "diff " + before + " " + folder.Write("d.xml", Replaced(FileWith(""), "\"H\"", "\"K\"")));
+  const RunResult against_nothing =
+      Tune("diff " + good + " " + folder.Write("d.xml", Replaced(FileWith(""), "\"H\"", "\"K\"")));
   EXPECT_THAT(against_nothing.out,
               HasSubstr("headset \"H\"\n  normal\n    tuning           file -> built-in\n"));
   EXPECT_THAT(against_nothing.out, HasSubstr("headset \"K\"\n"));
 }
 
-TEST(TuneProgram, ShowPrintsEverythingInTheFile) {
+TEST_F(TuneProgram, ShowPrintsEverythingInTheFile) {
   const std::string out = Tune(std::string("show ") + SAMPLE_FILE).out;
   for (const char* text :
        {"4 modules, 2 headsets", "\"normal_open\"", "208 (+13.0 dB)",
@@ -241,15 +221,13 @@ TEST(TuneProgram, ShowPrintsEverythingInTheFile) {
   }
 }
 
-TEST(TuneProgram, InitWritesAFileThatLintsCleanAndEqualsTheBuiltInValues) {
-  const ScratchFolder folder;
+TEST_F(TuneProgram, InitWritesAFileThatLintsCleanAndEqualsTheBuiltInValues) {
   const std::string path = folder.Path("new.xml");
   ASSERT_EQ(Tune("init --headset 'A & <B> \"C\"' --headset Alder -o " + path).exit_code, 0);
   EXPECT_EQ(Tune("lint --strict " + path).out, "");
   EXPECT_EQ(Tune("init -o " + path + " --force --headset Alder").exit_code, 0);
   // Against a file that does not know the headset: only where the values come from differs.
-  const std::string stranger = folder.Write("stranger.xml", FileWith(""));
-  const std::string out = Tune("diff " + stranger + " " + path).out;
+  const std::string out = Tune("diff " + good + " " + path).out;
   EXPECT_THAT(
       out,
       HasSubstr(

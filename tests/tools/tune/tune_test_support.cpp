@@ -6,6 +6,18 @@
 #include <sstream>
 #include <sys/wait.h>
 
+#include <android/log.h>
+
+namespace {
+
+// As in the program, the module's lines end nowhere.
+const bool kSilent = [] {
+  __android_log_set_logger([](const __android_logger_data*, const char*) {});
+  return true;
+}();
+
+}  // namespace
+
 ScratchFolder::ScratchFolder() {
   std::string pattern = (std::filesystem::temp_directory_path() / "tune_test.XXXXXX").string();
   path_ = ::mkdtemp(pattern.data());
@@ -44,6 +56,10 @@ std::string FileWith(const std::string& inside) {
 )" + inside + "</tuning>\n");
 }
 
+std::string Replaced(std::string text, const std::string& what, const std::string& with) {
+  return text.replace(text.find(what), what.size(), with);
+}
+
 std::string ReadFile(const std::string& path) {
   std::ostringstream text;
   text << std::ifstream(path, std::ios::binary).rdbuf();
@@ -56,4 +72,8 @@ RunResult RunProgram(const std::string& command) {
       std::system((command + " >" + folder.Path("out") + " 2>" + folder.Path("err")).c_str());
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder.Path("out")),
           ReadFile(folder.Path("err"))};
+}
+
+RunResult Tune(const std::string& arguments) {
+  return RunProgram("timeout 300 " PROGRAM " " + arguments);
 }

@@ -25,6 +25,9 @@ std::string Expand(std::string text);
 // A whole file that lints clean, with `inside` added at the end of its <tuning>, from line 8 on.
 std::string FileWith(const std::string& inside);
 
+// The first `what` of a text by `with`.
+std::string Replaced(std::string text, const std::string& what, const std::string& with);
+
 struct RunResult {
   int exit_code;
   std::string out;
@@ -32,6 +35,8 @@ struct RunResult {
 };
 // `command`: for the shell.
 RunResult RunProgram(const std::string& command);
+// The tuning program.
+RunResult Tune(const std::string& arguments);
 
 std::string ReadFile(const std::string& path);
 
