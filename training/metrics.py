@@ -157,14 +157,15 @@ def score(clean, noise, out):
     sdr_in, _ = voice_against_rest(clean, mix)
     sdr_out, level = voice_against_rest(clean, out)
     both = lambda x: np.mean([intelligibility(c, y) for c, y in zip(clean, x)], 0)
-    stoi, estoi = both(out) - both(mix)
+    before = both(mix)
+    stoi, estoi = both(out) - before
     quiet = np.repeat(pauses(clean), 480)
     pause_in, pause_out = (x[:, :len(quiet)][:, quiet] for x in (mix, out))
     if quiet.sum() < FS // 4:  # too little to tell
         pause_in = pause_out = np.full((2, FS), np.nan)
     ild, ild_in, gains = level_difference_errors(clean, noise, mix, out)
     itd, itd_in = delay_errors(clean, noise, mix, out)
-    return dict(sdr_in=sdr_in, sdr_gain=sdr_out - sdr_in, stoi_gain=stoi, estoi_gain=estoi,
+    return dict(sdr_in=sdr_in, sdr_gain=sdr_out - sdr_in, stoi_in=float(before[0]), stoi_gain=stoi, estoi_gain=estoi,
                 pause_reduction=float(decibel(np.mean(pause_in ** 2) / np.maximum(np.mean(pause_out ** 2), 1e-12))),
                 voice_level=level, warble=warble(pause_in, pause_out), ears_gain_mismatch=gains,
                 ild_error=ild, ild_error_in=ild_in, itd_error=itd, itd_error_in=itd_in)

@@ -106,13 +106,13 @@ def losses(gain, target, scene):
     busy = (clean.sum(2) > 3e-5 * scene[0][:, None]).float()[:, None]
     pause = 1 - nn.functional.max_pool1d(nn.functional.pad(busy, (19, 5)), 25, 1)[:, 0]
     before, after = ((e.sum(2) * pause).sum(1) for e in (x, gain ** 2 * x))
-    left = torch.log10(after / (before + 1e-12) + 1e-3)[pause.sum(1) > 10]
+    left = torch.log10(after / (before + 1e-12) + 3e-3)[pause.sum(1) > 10]
     return (distortion.mean(), magnitude.mean(), (gain_root - ideal).pow(2).mean(), (level.clamp_max(0) ** 2).mean(),
             *unintelligibility(clean, gain ** 2 * x), left.mean() if len(left) else gain.sum() * 0)
 
 
 LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses")
-WEIGHTS = (1.0, 3.0, 2.0, 0.04, 1.5, 3.0, 0.15)
+WEIGHTS = (1.0, 3.0, 2.0, 0.06, 2.0, 4.0, 0.5)
 
 
 def main():

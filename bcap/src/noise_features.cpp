@@ -9,6 +9,9 @@ namespace {
 
 // One tenth of a 16-bit step over the whole spectrum: digital silence is not infinitely quiet.
 constexpr float kSilence = 1e-12f;
+// What only keeps from dividing by nothing: the usual phases and levels are means with many a zero in them and
+// may be far below kSilence where the recording is quiet.
+constexpr float kNothing = 1e-18f;
 
 // Per block of 512 frames. The floor falls within a few blocks and rises within about three seconds:
 // slower follows noise that swells too late, faster takes a held vowel for noise.
@@ -20,6 +23,10 @@ constexpr float kPeakRise = 0.3f;
 constexpr float kPeakFall = 0.0015f;
 // Of the ears' spectra: slower gives a surer coherence, faster a fresher one.
 constexpr float kSpatialSmoothing = 0.65f;
+// The usual phases and levels: those of the last two seconds, of what is well above the floor. Slower loses a head
+// that turns, faster takes every sound for the usual one.
+constexpr float kUsualRate = 0.006f;
+constexpr float kFullWeightAbove = 2.0f;  // log2 of energy: 6 dB
 
 constexpr float kLevelScale = 0.25f;  // brings the features to a common spread of about one
 constexpr float kLevelDifferenceScale = 0.5f;
@@ -35,6 +42,11 @@ float group_mean(const std::array<float, kNetworkBands>& levels, size_t group) {
     sum += levels[kFirstGroupedBand + group * kBandsPerGroup + band];
   }
   return sum / static_cast<float>(kBandsPerGroup);
+}
+
+float ears_difference(float left, float right) {
+  // Not the logarithm of the quotient: exchanged ears must give the same but for the sign, bit for bit.
+  return std::log2(left + kNothing) - std::log2(right + kNothing);
 }
 
 }  // namespace
@@ -68,6 +80,7 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
 
   float* own = features.data();
   float* scene = own + kNetworkBands;
+  std::array<float, kNetworkBands> weight;
   for (size_t band = 0; band < kNetworkBands; ++band) {
     own[band] = kLevelScale * (level[band] - floor_level_[band]);
     scene[band] = kLevelScale * (level[band] - scene_floor);
@@ -75,14 +88,19 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
     smooth(smooth_energy_[1][band], bands.energy[1][band]);
     smooth(smooth_cross_re_[band], bands.cross_re[band]);
     smooth(smooth_cross_im_[band], bands.cross_im[band]);
+    weight[band] = std::clamp((level[band] - floor_level_[band]) / kFullWeightAbove, 0.0f, 1.0f);
+    usual_cross_re_[band] +=
+        kUsualRate * (weight[band] * bands.cross_re[band] - usual_cross_re_[band]);
+    usual_cross_im_[band] +=
+        kUsualRate * (weight[band] * bands.cross_im[band] - usual_cross_im_[band]);
   }
 
   float* coherence = scene + kNetworkBands;
   float* in_phase = coherence + kNetworkBandPairs;
   float* level_difference = in_phase + kNetworkBandPairs;
   for (size_t pair = 0; pair < kNetworkBandPairs; ++pair) {
-    float left = kSilence;
-    float right = kSilence;
+    float left = 0.0f;
+    float right = 0.0f;
     float both = kSilence;
     float cross = 0.0f;
     float cross_re = 0.0f;
@@ -97,7 +115,7 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
     }
     coherence[pair] = kCoherenceScale * cross / both;
     in_phase[pair] = kCoherenceScale * cross_re / both;
-    level_difference[pair] = kLevelDifferenceScale * std::abs(std::log2(left) - std::log2(right));
+    level_difference[pair] = kLevelDifferenceScale * std::abs(ears_difference(left, right));
   }
 
   float* peak = level_difference + kNetworkBandPairs;
@@ -108,6 +126,39 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
     peak_level_[group] += (rise > 0.0f ? kPeakRise : kPeakFall) * rise;
     peak[group] = kLevelScale * (peak_level_[group] - group_mean(floor_level_, group));
     against_peak[group] = kLevelScale * (now - peak_level_[group]);
+  }
+
+  float* usual_phase = against_peak + kNetworkGroups;
+  for (size_t pair = 0; pair < kNetworkBandPairs; ++pair) {
+    float both = kSilence;
+    float common = 0.0f;
+    for (size_t band = 2 * pair; band < std::min(2 * pair + 2, kNetworkBands); ++band) {
+      both += std::sqrt(smooth_energy_[0][band] * smooth_energy_[1][band]);
+      common += (smooth_cross_re_[band] * usual_cross_re_[band] +
+                 smooth_cross_im_[band] * usual_cross_im_[band]) /
+                (std::sqrt(usual_cross_re_[band] * usual_cross_re_[band] +
+                           usual_cross_im_[band] * usual_cross_im_[band]) +
+                 kNothing);
+    }
+    usual_phase[pair] = kCoherenceScale * common / both;
+  }
+
+  float* against_usual = usual_phase + kNetworkBandPairs;
+  for (size_t group = 0; group < kNetworkGroups; ++group) {
+    std::array<float, kEars> now{};
+    for (size_t ear = 0; ear < kEars; ++ear) {
+      float usual = 0.0f;
+      const size_t first = kFirstGroupedBand + group * kBandsPerGroup;
+      for (size_t band = first; band < first + kBandsPerGroup; ++band) {
+        now[ear] += smooth_energy_[ear][band];
+        usual += weight[band] * bands.energy[ear][band];
+      }
+      usual_energy_[ear][group] += kUsualRate * (usual - usual_energy_[ear][group]);
+    }
+    against_usual[group] =
+        kLevelDifferenceScale *
+        std::abs(ears_difference(now[0], now[1]) -
+                 ears_difference(usual_energy_[0][group], usual_energy_[1][group]));
   }
 }
 

@@ -1,9 +1,11 @@
-// What the noise-reduction network hears in one block: for each band how far its energy stands above the
-// band's own slow floor and above the floor of the whole scene; for each pair of bands, from slightly
-// smoothed spectra of both ears, how coherent the ears are, how much of that is in phase, and how far
-// their levels differ; and for each group of ten bands how far the loudest of the last seconds stands above
-// the floor, and how far the sound of now stays behind it. A near voice is coherent, diffuse noise is not;
-// a voice among voices is the loudest of them.
+// What the noise-reduction network hears in one block:
+// - for each band, how far its energy stands above the band's own slow floor and above the floor of the scene;
+// - for each pair of bands, from slightly smoothed spectra of both ears, how coherent the ears are, how much of
+//   that is in phase, how far their levels differ, and how well their phases agree with the usual ones: those of
+//   what stood above the floor during the last seconds, so of the place of whoever speaks;
+// - for each group of ten bands, how far the loudest of the last seconds stands above the floor, how far the sound
+//   of now stays behind it, and how far the ears' level difference is from the usual one.
+// A near voice is coherent, diffuse noise is not; a voice among voices is the loudest of them and keeps its place.
 //
 // All features are differences or ratios of levels, so the level of the recording does not matter; none
 // knows left from right, so exchanged ears give the same gains. They are defined on the bands of 48 kHz;
@@ -23,10 +25,11 @@ constexpr size_t kNetworkBandPairs = (kNetworkBands + 1) / 2;
 constexpr size_t kNetworkGroups = 7;
 constexpr size_t kFirstGroupedBand = 2;
 constexpr size_t kBandsPerGroup = 10;
-constexpr size_t kNetworkFeatures = 2 * kNetworkBands + 3 * kNetworkBandPairs + 2 * kNetworkGroups;
+constexpr size_t kNetworkFeatures = 2 * kNetworkBands + 4 * kNetworkBandPairs + 3 * kNetworkGroups;
 
 // Order: [above own floor][above scene floor] per band, [coherence][in phase][level difference] per pair,
-// [peak above floor][level against peak] per group.
+// [peak above floor][level against peak] per group, [in the usual phase] per pair, [level difference against
+// the usual] per group.
 using NetworkFeatures = std::array<float, kNetworkFeatures>;
 
 class NoiseFeatures {
@@ -43,6 +46,10 @@ class NoiseFeatures {
   std::array<float, kNetworkBands> smooth_cross_re_{};
   std::array<float, kNetworkBands> smooth_cross_im_{};
   std::array<float, kNetworkGroups> peak_level_{};  // log2 of energy, mean of a group's bands
+  // Of what stood above the floor during the last seconds.
+  std::array<float, kNetworkBands> usual_cross_re_{};
+  std::array<float, kNetworkBands> usual_cross_im_{};
+  std::array<std::array<float, kNetworkGroups>, kEars> usual_energy_{};
 };
 
 }  // namespace bcap

@@ -28,15 +28,11 @@ constexpr float kVoiceFall = 0.08f;
 constexpr float kNoVoiceGain = 0.1f;
 
 // The gain with the best ratio of voice to distortion is a little too low for the voice's level; this gives
-// more than half of it back, for 0.1 dB of that ratio.
-constexpr float kLift = 1.08f;
+// most of it back, for 0.1 dB of that ratio.
+constexpr float kLift = 1.1f;
 
 const BandLayout& network_layout() {
   return band_layout(48000);
-}
-
-float between(const float* values, size_t below, float share) {
-  return values[below] + share * (values[below + 1] - values[below]);
 }
 
 }  // namespace
@@ -50,7 +46,9 @@ void NoiseReduction::Prepare(uint32_t sample_rate_hz) {
     }
     const float share =
         (hz - layout.centre_hz[below]) / (layout.centre_hz[below + 1] - layout.centre_hz[below]);
-    return Position{static_cast<uint8_t>(below), std::clamp(share, 0.0f, 1.0f)};
+    return Position{
+        static_cast<uint16_t>(below),
+        static_cast<uint16_t>(std::lrint(Position::kWhole * std::clamp(share, 0.0f, 1.0f)))};
   };
   for (size_t band = 0; band < kNetworkBands; ++band) {
     network_band_in_layout_[band] = place(*layout_, network_layout().centre_hz[band]);
@@ -79,8 +77,7 @@ void NoiseReduction::ToNetworkBands(const BandSpectra& bands, BandSpectra& netwo
     const auto& edge = network_layout().edge;
     for (size_t band = 0; band < kNetworkBands; ++band) {
       const Position& position = network_band_in_layout_[band];
-      to[band] = between(per_bin.data(), position.below, position.share) *
-                 static_cast<float>(edge[band + 1] - edge[band]);
+      to[band] = position.Read(per_bin.data()) * static_cast<float>(edge[band + 1] - edge[band]);
     }
   };
   convert(bands.energy[0], network_bands.energy[0]);
@@ -127,7 +124,7 @@ void NoiseReduction::Process(const BandSpectra& bands, float amount, float* gain
   Shape(network_gains);
   for (size_t band = 0; band < layout_->count; ++band) {
     const Position& position = band_in_network_[band];
-    gains[band] = std::pow(between(network_gains.data(), position.below, position.share), amount);
+    gains[band] = std::pow(position.Read(network_gains.data()), amount);
   }
 }
 

@@ -24,10 +24,16 @@ class NoiseReduction {
 
  private:
   // Where the centre of a band lies among the centres of the other rate's bands: `share` of the way from
-  // band `below` to the next.
+  // band `below` to the next. Two bytes each: there are 148 of them.
   struct Position {
-    uint8_t below;
-    float share;
+    static constexpr float kWhole = 32768.0f;
+    uint16_t below;
+    uint16_t share;  // of kWhole
+
+    float Read(const float* values) const {
+      return values[below] +
+             static_cast<float>(share) / kWhole * (values[below + 1] - values[below]);
+    }
   };
 
   void ToNetworkBands(const BandSpectra& bands, BandSpectra& network_bands) const;
