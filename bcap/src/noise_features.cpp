@@ -11,7 +11,7 @@ namespace {
 constexpr float kSilence = 1e-12f;
 // What only keeps from dividing by nothing: the usual phases and levels are means with many a zero in them and
 // may be far below kSilence where the recording is quiet.
-constexpr float kNothing = 1e-18f;
+constexpr float kNothing = 1e-30f;
 
 // Per block of 512 frames. The floor falls within a few blocks and rises within about three seconds:
 // slower follows noise that swells too late, faster takes a held vowel for noise.
@@ -27,6 +27,7 @@ constexpr float kSpatialSmoothing = 0.65f;
 // that turns, faster takes every sound for the usual one.
 constexpr float kUsualRate = 0.006f;
 constexpr float kFullWeightAbove = 2.0f;  // log2 of energy: 6 dB
+constexpr float kHardlyUsual = 1e-4f;     // of the energy of now
 
 constexpr float kLevelScale = 0.25f;  // brings the features to a common spread of about one
 constexpr float kLevelDifferenceScale = 0.5f;
@@ -42,11 +43,6 @@ float group_mean(const std::array<float, kNetworkBands>& levels, size_t group) {
     sum += levels[kFirstGroupedBand + group * kBandsPerGroup + band];
   }
   return sum / static_cast<float>(kBandsPerGroup);
-}
-
-float ears_difference(float left, float right) {
-  // Not the logarithm of the quotient: exchanged ears must give the same but for the sign, bit for bit.
-  return std::log2(left + kNothing) - std::log2(right + kNothing);
 }
 
 }  // namespace
@@ -115,7 +111,8 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
     }
     coherence[pair] = kCoherenceScale * cross / both;
     in_phase[pair] = kCoherenceScale * cross_re / both;
-    level_difference[pair] = kLevelDifferenceScale * std::abs(ears_difference(left, right));
+    level_difference[pair] =
+        kLevelDifferenceScale * std::abs(std::log2(left + kNothing) - std::log2(right + kNothing));
   }
 
   float* peak = level_difference + kNetworkBandPairs;
@@ -133,12 +130,15 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
     float both = kSilence;
     float common = 0.0f;
     for (size_t band = 2 * pair; band < std::min(2 * pair + 2, kNetworkBands); ++band) {
-      both += std::sqrt(smooth_energy_[0][band] * smooth_energy_[1][band]);
+      const float energy = std::sqrt(smooth_energy_[0][band] * smooth_energy_[1][band]);
+      both += energy;
+      // Rounding must not point anywhere while nothing has stood above the floor yet.
+      const float usual = std::sqrt(usual_cross_re_[band] * usual_cross_re_[band] +
+                                    usual_cross_im_[band] * usual_cross_im_[band]) +
+                          kHardlyUsual * energy + kNothing;
       common += (smooth_cross_re_[band] * usual_cross_re_[band] +
                  smooth_cross_im_[band] * usual_cross_im_[band]) /
-                (std::sqrt(usual_cross_re_[band] * usual_cross_re_[band] +
-                           usual_cross_im_[band] * usual_cross_im_[band]) +
-                 kNothing);
+                usual;
     }
     usual_phase[pair] = kCoherenceScale * common / both;
   }
@@ -155,10 +155,11 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
       }
       usual_energy_[ear][group] += kUsualRate * (usual - usual_energy_[ear][group]);
     }
+    // Two products rather than four logarithms: exchanged ears exchange them, and their difference keeps its
+    // size, bit for bit, in whatever order sums are taken.
     against_usual[group] =
-        kLevelDifferenceScale *
-        std::abs(ears_difference(now[0], now[1]) -
-                 ears_difference(usual_energy_[0][group], usual_energy_[1][group]));
+        kLevelDifferenceScale * std::abs(std::log2(now[0] * usual_energy_[1][group] + kNothing) -
+                                         std::log2(now[1] * usual_energy_[0][group] + kNothing));
   }
 }
 
