@@ -9,10 +9,6 @@ namespace {
 
 // One tenth of a 16-bit step over the whole spectrum: digital silence is not infinitely quiet.
 constexpr float kSilence = 1e-12f;
-// What only keeps from dividing by nothing: the usual phases and levels are means with many a zero in them and
-// may be far below kSilence where the recording is quiet.
-constexpr float kNothing = 1e-30f;
-
 // Per block of 512 frames. The floor falls within a few blocks and rises within about three seconds:
 // slower follows noise that swells too late, faster takes a held vowel for noise.
 constexpr float kLevelSmoothing = 0.7f;
@@ -27,7 +23,8 @@ constexpr float kSpatialSmoothing = 0.65f;
 // that turns, faster takes every sound for the usual one.
 constexpr float kUsualRate = 0.006f;
 constexpr float kFullWeightAbove = 2.0f;  // log2 of energy: 6 dB
-constexpr float kHardlyUsual = 1e-4f;     // of the energy of now
+// Of the energy of now: less than that points nowhere, as while nothing but rounding stood above the floor yet.
+constexpr float kHardlyUsual = 1e-4f;
 
 constexpr float kLevelScale = 0.25f;  // brings the features to a common spread of about one
 constexpr float kLevelDifferenceScale = 0.5f;
@@ -94,57 +91,46 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
   float* coherence = scene + kNetworkBands;
   float* in_phase = coherence + kNetworkBandPairs;
   float* level_difference = in_phase + kNetworkBandPairs;
+  float* peak = level_difference + kNetworkBandPairs;
+  float* against_peak = peak + kNetworkGroups;
+  float* usual_phase = against_peak + kNetworkGroups;
+  float* against_usual = usual_phase + kNetworkBandPairs;
   for (size_t pair = 0; pair < kNetworkBandPairs; ++pair) {
-    float left = 0.0f;
-    float right = 0.0f;
+    float left = kSilence;
+    float right = kSilence;
     float both = kSilence;
     float cross = 0.0f;
     float cross_re = 0.0f;
+    float cross_usual = 0.0f;
     for (size_t band = 2 * pair; band < std::min(2 * pair + 2, kNetworkBands); ++band) {
+      const float energy = std::sqrt(smooth_energy_[0][band] * smooth_energy_[1][band]);
+      const float re = smooth_cross_re_[band];
+      const float im = smooth_cross_im_[band];
+      const float usual_re = usual_cross_re_[band];
+      const float usual_im = usual_cross_im_[band];
       left += smooth_energy_[0][band];
       right += smooth_energy_[1][band];
-      both += std::sqrt(smooth_energy_[0][band] * smooth_energy_[1][band]);
+      both += energy;
       // Magnitudes are added, not spectra: the phase of a delayed sound turns from band to band.
-      cross += std::sqrt(smooth_cross_re_[band] * smooth_cross_re_[band] +
-                         smooth_cross_im_[band] * smooth_cross_im_[band]);
-      cross_re += smooth_cross_re_[band];
+      cross += std::sqrt(re * re + im * im);
+      cross_re += re;
+      cross_usual +=
+          (re * usual_re + im * usual_im) / (std::sqrt(usual_re * usual_re + usual_im * usual_im) +
+                                             kHardlyUsual * (energy + kSilence));
     }
     coherence[pair] = kCoherenceScale * cross / both;
     in_phase[pair] = kCoherenceScale * cross_re / both;
-    level_difference[pair] =
-        kLevelDifferenceScale * std::abs(std::log2(left + kNothing) - std::log2(right + kNothing));
+    level_difference[pair] = kLevelDifferenceScale * std::abs(std::log2(left) - std::log2(right));
+    usual_phase[pair] = kCoherenceScale * cross_usual / both;
   }
 
-  float* peak = level_difference + kNetworkBandPairs;
-  float* against_peak = peak + kNetworkGroups;
   for (size_t group = 0; group < kNetworkGroups; ++group) {
-    const float now = group_mean(smooth_level_, group);
-    const float rise = now - peak_level_[group];
+    const float level_now = group_mean(smooth_level_, group);
+    const float rise = level_now - peak_level_[group];
     peak_level_[group] += (rise > 0.0f ? kPeakRise : kPeakFall) * rise;
     peak[group] = kLevelScale * (peak_level_[group] - group_mean(floor_level_, group));
-    against_peak[group] = kLevelScale * (now - peak_level_[group]);
-  }
+    against_peak[group] = kLevelScale * (level_now - peak_level_[group]);
 
-  float* usual_phase = against_peak + kNetworkGroups;
-  for (size_t pair = 0; pair < kNetworkBandPairs; ++pair) {
-    float both = kSilence;
-    float common = 0.0f;
-    for (size_t band = 2 * pair; band < std::min(2 * pair + 2, kNetworkBands); ++band) {
-      const float energy = std::sqrt(smooth_energy_[0][band] * smooth_energy_[1][band]);
-      both += energy;
-      // Rounding must not point anywhere while nothing has stood above the floor yet.
-      const float usual = std::sqrt(usual_cross_re_[band] * usual_cross_re_[band] +
-                                    usual_cross_im_[band] * usual_cross_im_[band]) +
-                          kHardlyUsual * energy + kNothing;
-      common += (smooth_cross_re_[band] * usual_cross_re_[band] +
-                 smooth_cross_im_[band] * usual_cross_im_[band]) /
-                usual;
-    }
-    usual_phase[pair] = kCoherenceScale * common / both;
-  }
-
-  float* against_usual = usual_phase + kNetworkBandPairs;
-  for (size_t group = 0; group < kNetworkGroups; ++group) {
     std::array<float, kEars> now{};
     for (size_t ear = 0; ear < kEars; ++ear) {
       float usual = 0.0f;
@@ -157,9 +143,10 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
     }
     // Two products rather than four logarithms: exchanged ears exchange them, and their difference keeps its
     // size, bit for bit, in whatever order sums are taken.
-    against_usual[group] =
-        kLevelDifferenceScale * std::abs(std::log2(now[0] * usual_energy_[1][group] + kNothing) -
-                                         std::log2(now[1] * usual_energy_[0][group] + kNothing));
+    const auto product = [&](size_t ear, size_t other) {
+      return std::log2(now[ear] * usual_energy_[other][group] + kSilence * kSilence);
+    };
+    against_usual[group] = kLevelDifferenceScale * std::abs(product(0, 1) - product(1, 0));
   }
 }
 

@@ -91,9 +91,10 @@ void NoiseNetwork::Process(const NetworkFeatures& features, NetworkGains& gains)
   quantize(first_.data(), kRecurrentUnits, kActivationSteps, first_steps.values.data());
   apply(weights.second, first_steps, second_);
   Quantized<2 * kRecurrentUnits + kDenseUnits> all;
-  quantize(first_.data(), kRecurrentUnits, kActivationSteps, all.values.data());
-  quantize(second_.data(), kRecurrentUnits, kActivationSteps, all.values.data() + kRecurrentUnits);
-  quantize(dense.data(), kDenseUnits, kActivationSteps, all.values.data() + 2 * kRecurrentUnits);
+  int16_t* const after_first =
+      std::copy_n(first_steps.values.data(), kRecurrentUnits, all.values.data());
+  quantize(second_.data(), kRecurrentUnits, kActivationSteps, after_first);
+  std::copy_n(dense_steps.values.data(), kDenseUnits, after_first + kRecurrentUnits);
   apply(weights.output, all, gains.data());
   for (float& gain : gains) {
     gain = sigmoid(gain);
