@@ -26,7 +26,9 @@ SECONDS, NOISE_SECONDS = 10, 12  # a mixture takes any ten of the twelve
 PARTS = 1600  # voices, and as many noises
 MIXTURES_PER_NEW_PART = 5
 ANSWERS = 0.1
-HELD_BACK = 96  # mixtures at the end that only tell how training goes, never renewed
+# Mixtures at the end that only tell how training goes, never renewed; their voices and noises are the others', so that
+# how it does on new ones is for evaluate.py to say.
+HELD_BACK = 96
 
 
 def voice_bank(seed):
