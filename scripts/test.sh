@@ -20,7 +20,8 @@ for argument in "$@"; do
     --host-only) host_only=--host-only ;;
     --again) again=yes ;;
     format | host | clang | asan | tsan | arm | fuzz | tidy) stages+=("$argument") ;;
-    *) sed -n '2,12s/^# \{0,1\}//p' "$0" >&2; exit 2 ;;
+    -h | --help) sed -n '2,12s/^# \{0,1\}//p' "$0"; exit ;;
+    *) echo "$0: no option or stage \"$argument\"; see --help" >&2; exit 2 ;;
   esac
 done
 if [ ${#stages[@]} -eq 0 ]; then
