@@ -9,7 +9,8 @@ cd "$(dirname "$0")/.."
 
 case ${1:-} in
   "" | --quick) ;;
-  *) sed -n '2,7s/^# \{0,1\}//p' "$0" >&2; exit 2 ;;
+  -h | --help) sed -n '2,6s/^# \{0,1\}//p' "$0"; exit ;;
+  *) echo "$0: no option \"$1\"; see --help" >&2; exit 2 ;;
 esac
 scripts/install_dependencies.sh --bench --record
 

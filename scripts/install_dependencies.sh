@@ -27,7 +27,11 @@ arm_packages="
   libgtest-dev:armhf libgmock-dev:armhf libsndfile1-dev:armhf libebur128-dev:armhf
   libstdc++6:armhf libubsan1:armhf"
 bench_packages="libbenchmark-dev libspeexdsp-dev libwebrtc-audio-processing-dev valgrind"
-train_packages="libopenblas0-pthread python3-torch python3-numpy python3-scipy espeak-ng flite"
+train_packages="
+  libopenblas0-pthread python3-torch python3-numpy python3-scipy espeak-ng flite
+  festival festvox-ca-ona-hts festvox-czech-dita festvox-czech-krb festvox-czech-machac
+  festvox-czech-ph festvox-italp16k festvox-itapc16k festvox-kdlpc16k festvox-ru
+  festvox-suopuhe-lj festvox-suopuhe-mv"
 
 programs_only=no host_only=no extra=
 for option in "$@"; do
@@ -37,7 +41,8 @@ for option in "$@"; do
     --host-only) host_only=yes ;;
     --bench) extra="$extra $bench_packages" ;;
     --train) extra="$extra $train_packages" ;;
-    *) sed -n '2,11s/^# \{0,1\}//p' "$0" >&2; exit 2 ;;
+    -h | --help) sed -n '2,11s/^# \{0,1\}//p' "$0"; exit ;;
+    *) echo "$0: no option \"$option\"; see --help" >&2; exit 2 ;;
   esac
 done
 wanted="$record_packages $extra"

@@ -7,7 +7,12 @@
 set -eu
 cd "$(dirname "$0")/.."
 targets="host arm"
-[ "${1-}" != --host-only ] || targets=host
+case ${1-} in
+  "") ;;
+  --host-only) targets=host ;;
+  -h | --help) sed -n '2,6s/^# \{0,1\}//p' "$0"; exit ;;
+  *) echo "$0: no option \"$1\"; see --help" >&2; exit 2 ;;
+esac
 
 # measure TARGET: "name value" lines
 measure() {
