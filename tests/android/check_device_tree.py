@@ -1,7 +1,7 @@
 """The files for a device tree hold together: the build file parses and agrees with the CMake build,
 the audio policy entry has the platform's shape, labels cover exactly what gets installed.
 
-usage: check_device_tree.py REPOSITORY CMAKE_SOURCES.json SCRATCH_FOLDER
+usage: check_device_tree.py REPOSITORY CMAKE_SOURCES SCRATCH_FOLDER
 """
 import json
 import os
@@ -13,45 +13,23 @@ import unittest
 import xml.etree.ElementTree as ElementTree
 
 ROOT, CMAKE_SOURCES, SCRATCH = (pathlib.Path(argument) for argument in sys.argv[1:4])
-HERE = ROOT / "tests/android"
-
-
-def read_blueprint(path):
-    environment = dict(os.environ, GO111MODULE="off", GOPATH="/usr/share/gocode",
-                       GOCACHE=str(SCRATCH / "go"), GOFLAGS="")
-    return subprocess.run(["go", "run", HERE / "dump_blueprint.go", path],
-                          env=environment, capture_output=True, text=True)
-
-
-def lint(text):
-    """Exit status of the schema check of one policy entry."""
-    return subprocess.run(["xmllint", "--noout", "--schema", HERE / "audio_policy_module.xsd", "-"],
-                          input=text, capture_output=True, text=True)
 
 
 class BuildFile(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        parsed = read_blueprint(ROOT / "Android.bp")
-        assert parsed.returncode == 0, parsed.stderr
-        cls.modules = {m["properties"]["name"]: m for m in json.loads(parsed.stdout)}
-
-    def with_defaults(self, name):
-        own = self.modules[name]["properties"]
-        merged = {}
-        for default in own.get("defaults", []):
-            merged.update(self.modules[default]["properties"])
-        return {**merged, **own}
-
-    def test_parser_refuses_a_broken_file(self):
-        broken = SCRATCH / "broken.bp"
-        broken.write_text('cc_library_shared { name: "a", srcs: ["b" }')
-        self.assertNotEqual(read_blueprint(broken).returncode, 0)
+        environment = dict(os.environ, GO111MODULE="off", GOPATH="/usr/share/gocode",
+                           GOCACHE=str(SCRATCH / "go"), GOFLAGS="")
+        parsed = subprocess.check_output(["go", "run", ROOT / "tests/android/dump_blueprint.go"],
+                                         env=environment, stdin=open(ROOT / "Android.bp"))
+        cls.modules = {m["name"]: m for m in json.loads(parsed)}
 
     def test_module_is_built_as_the_audio_service_needs_it(self):
-        module = self.with_defaults("audio.binaural_record.default")
-        wanted = {"device_specific": True, "relative_install_path": "hw", "compile_multilib": "32",
-                  "rtti": False, "cpp_std": "c++17", "cppflags": ["-fexceptions"],
+        own = self.modules["audio.binaural_record.default"]
+        module = {**self.modules["binaural_record_defaults"], **own}
+        wanted = {"defaults": ["binaural_record_defaults"], "device_specific": True,
+                  "relative_install_path": "hw", "compile_multilib": "32", "rtti": False,
+                  "cpp_std": "c++17", "cppflags": ["-fexceptions"],
                   "version_script": "binaural_record/exports.map", "ldflags": ["-Wl,-Bsymbolic"],
                   "whole_static_libs": ["libbinaural_record_bcap", "libbinaural_record_bcap_dsp"],
                   "required": ["binaural_record_algo_coeffs.xml"]}
@@ -62,42 +40,33 @@ class BuildFile(unittest.TestCase):
             self.assertIn(library, module["shared_libs"])
 
     def test_sources_and_their_flags_are_those_of_the_cmake_build(self):
-        cmake = json.loads(CMAKE_SOURCES.read_text())
         libraries = {"libbinaural_record_bcap": "bcap", "libbinaural_record_bcap_dsp": "bcap",
                      "audio.binaural_record.default": "binaural_record_core"}
-        matched = {"bcap": {}, "binaural_record_core": {}}
+        matched = []
         for name, target in libraries.items():
-            properties = self.modules[name]["properties"]
-            excluded = properties.get("exclude_srcs", [])
+            properties = self.modules[name]
             for path in (p for pattern in properties["srcs"] for p in ROOT.glob(pattern)):
-                relative = str(path.relative_to(ROOT))
-                if relative not in excluded:
-                    self.assertNotIn(relative, matched[target])
-                    matched[target][relative] = properties.get("cflags", [])
-        for target, sources in matched.items():
-            built = {os.path.relpath(path, ROOT): flags for path, flags in cmake[target].items()}
-            self.assertEqual(sources, built)
+                if str(path.relative_to(ROOT)) not in properties.get("exclude_srcs", []):
+                    matched.append([target, str(path), *properties.get("cflags", [])])
+        built = [line.split() for line in CMAKE_SOURCES.read_text().splitlines()]
+        self.assertEqual(sorted(matched), sorted(built))
 
     def test_files_and_folders_named_exist(self):
         for module in self.modules.values():
-            properties = module["properties"]
-            named = properties.get("export_include_dirs", []) + properties.get("local_include_dirs", [])
-            named += [properties[key] for key in ("version_script", "src") if key in properties]
+            named = module.get("export_include_dirs", []) + module.get("local_include_dirs", [])
+            named += [module[key] for key in ("version_script", "src") if key in module]
             for path in named:
                 self.assertTrue((ROOT / path).exists(), path)
 
     def test_coefficient_file_lands_where_the_module_looks(self):
-        file = self.with_defaults("binaural_record_algo_coeffs.xml")
-        installed = "/odm/etc/" + file["name"]
-        self.assertTrue(file["device_specific"])
+        self.assertTrue(self.modules["binaural_record_algo_coeffs.xml"]["device_specific"])
         sources = "".join(p.read_text() for p in (ROOT / "binaural_record").rglob("*.h"))
-        self.assertIn(f'"{installed}"', sources)
+        self.assertIn('"/odm/etc/binaural_record_algo_coeffs.xml"', sources)
 
-    def test_product_makefile_names_modules_of_the_build_file(self):
+    def test_product_makefile_names_the_module(self):
         text = (ROOT / "android/binaural_record.mk").read_text()
-        packages = re.findall(r"PRODUCT_PACKAGES \+= (.*)", text)
-        self.assertEqual(packages, ["audio.binaural_record.default"])
-        self.assertIn(packages[0], self.modules)
+        self.assertEqual(re.findall(r"PRODUCT_PACKAGES \+= (.*)", text),
+                         ["audio.binaural_record.default"])
 
     def test_labels_cover_exactly_what_is_installed(self):
         installed = ["/odm/lib/hw/audio.binaural_record.default.so",
@@ -122,38 +91,22 @@ class BuildFile(unittest.TestCase):
 
 
 class PolicyEntry(unittest.TestCase):
-    text = (ROOT / "android/audio_policy_module.xml").read_text()
-
-    def test_has_the_platform_s_shape(self):
-        result = lint(self.text)
-        self.assertEqual(result.returncode, 0, result.stderr)
-
-    def test_shape_check_refuses_what_the_platform_refuses(self):
-        cases = {"no version": (' halVersion="2.0"', ""),
-                 "unknown version": ('halVersion="2.0"', 'halVersion="9.0"'),
-                 "unknown role": ('role="sink"', 'role="drain"'),
-                 "rates in blanks": ("44100,48000", "44100 48000"),
-                 "no device type": (' type="AUDIO_DEVICE_IN_PROXY"', ""),
-                 "unclosed": ("</routes>", "")}
-        for name, (old, new) in cases.items():
-            self.assertIn(old, self.text, name)
-            self.assertNotEqual(lint(self.text.replace(old, new)).returncode, 0, name)
-
-    def test_offers_what_the_module_can_record_and_nothing_else(self):
-        module = ElementTree.fromstring(self.text)
+    def test_has_the_platform_s_shape_and_offers_what_the_module_can_record(self):
+        module = ElementTree.parse(ROOT / "android/audio_policy_module.xml").getroot()
         self.assertEqual(module.attrib, {"name": "binaural_record", "halVersion": "2.0"})
-        self.assertIsNone(module.find("attachedDevices"))
-        (mix,) = module.iter("mixPort")
-        (device,) = module.iter("devicePort")
-        (route,) = module.iter("route")
-        self.assertEqual((mix.get("role"), mix.get("maxOpenCount"), mix.get("maxActiveCount")),
-                         ("sink", "1", "1"))
-        self.assertEqual((device.get("role"), device.get("type")),
-                         ("source", "AUDIO_DEVICE_IN_PROXY"))
-        self.assertEqual((route.get("sink"), route.get("sources")),
-                         (mix.get("name"), device.get("tagName")))
-        for port in (mix, device):
-            (profile,) = port
+        # In the order of the platform's parser. No attached device: it would be opened at boot.
+        self.assertEqual([element.tag for element in module.iter()],
+                         ["module", "mixPorts", "mixPort", "profile",
+                          "devicePorts", "devicePort", "profile", "routes", "route"])
+        mix, device, route = (module.find(path) for path in
+                              ("mixPorts/mixPort", "devicePorts/devicePort", "routes/route"))
+        self.assertEqual(mix.attrib, {"name": mix.get("name"), "role": "sink",
+                                      "maxOpenCount": "1", "maxActiveCount": "1"})
+        self.assertEqual(device.attrib, {"tagName": device.get("tagName"), "role": "source",
+                                         "type": "AUDIO_DEVICE_IN_PROXY"})
+        self.assertEqual(route.attrib, {"type": "mix", "sink": mix.get("name"),
+                                        "sources": device.get("tagName")})
+        for profile in module.iter("profile"):
             self.assertEqual(profile.attrib, {
                 "name": "", "format": "AUDIO_FORMAT_PCM_16_BIT", "samplingRates": "44100,48000",
                 "channelMasks": "AUDIO_CHANNEL_IN_STEREO"})

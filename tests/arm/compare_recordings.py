@@ -9,6 +9,7 @@ usage: compare_recordings.py REPOSITORY SCRATCH_FOLDER ARM_RECORDER_COMMAND...
 import array
 import math
 import pathlib
+import random
 import re
 import subprocess
 import sys
@@ -21,22 +22,16 @@ SECONDS = 3
 
 
 def write_input(path, rate):
-    """Bursts of a harmonic voice from two sides over steady noise; integers from a fixed generator."""
-    state = 1
+    """Bursts of a harmonic voice from two sides over steady noise."""
+    noise = random.Random(1)
     samples = array.array("h")
     for n in range(rate * SECONDS):
-        frame = []
-        voice = 0.0
-        if (n // (rate // 4)) % 3 != 2:
-            voice = sum(math.sin(2 * math.pi * 140 * k * n / rate) / k for k in range(1, 12))
+        silent = (n // (rate // 4)) % 3 == 2
+        voice = sum(math.sin(2 * math.pi * 140 * k * n / rate) / k for k in range(1, 12))
         for gain in (3000, 1500):
-            state = (1103515245 * state + 12345) % 2**31
-            frame.append(round(gain * voice) + (state >> 16) % 601 - 300)
-        samples.extend(frame)
+            samples.append(round(0 if silent else gain * voice) + noise.randint(-300, 300))
     with wave.open(str(path), "wb") as out:
-        out.setnchannels(2)
-        out.setsampwidth(2)
-        out.setframerate(rate)
+        out.setparams((2, 2, rate, 0, "NONE", ""))
         out.writeframes(samples.tobytes())
 
 

@@ -1,6 +1,6 @@
-// The platform's records, constants and helpers have the layout, types and values by which an audio
-// service compiled elsewhere reads them. Offsets are given for 32-bit ARM and for x86-64, in that
-// order; figures are the platform's own, not derived from our declarations.
+// The platform's records, constants and helpers have the layout and values by which an audio service
+// compiled elsewhere reads them; figures are the platform's own, not derived from our declarations.
+// That the types of the operations are the platform's is seen where the product provides them.
 #include <audio_utils/primitives.h>
 #include <gtest/gtest.h>
 #include <hardware/audio.h>
@@ -9,156 +9,32 @@
 #include <ctime>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace {
 
-#if defined(__LP64__)
-constexpr size_t pick(size_t, size_t on_64_bit) {
-  return on_64_bit;
+// Figures are given for 32-bit ARM and for x86-64, in that order.
+constexpr size_t pick(size_t on_32_bit, size_t on_64_bit) {
+  return sizeof(void*) == 4 ? on_32_bit : on_64_bit;
 }
-using ReservedWord = uint64_t;
-#else
-constexpr size_t pick(size_t on_32_bit, size_t) {
-  return on_32_bit;
+
+template <typename Record>
+constexpr bool IsRecord(size_t size_32, size_t size_64, size_t alignment_32, size_t alignment_64) {
+  return sizeof(Record) == pick(size_32, size_64) &&
+         alignof(Record) == pick(alignment_32, alignment_64) && std::is_standard_layout_v<Record> &&
+         std::is_trivial_v<Record>;
 }
-using ReservedWord = uint32_t;
-#endif
-
-#define RECORD(record, size_32, size_64, alignment_32, alignment_64)                               \
-  static_assert(sizeof(record) == pick(size_32, size_64) && std::is_standard_layout_v<record> &&   \
-                    alignof(record) == pick(alignment_32, alignment_64) &&                         \
-                    std::is_trivial_v<record>,                                                     \
-                #record)
-#define FIELD(record, field, offset_32, offset_64, ...)                                            \
-  static_assert(offsetof(record, field) == pick(offset_32, offset_64) &&                           \
-                    std::is_same_v<decltype(record::field), __VA_ARGS__>,                          \
-                #record "::" #field)
-
-// clang-format off
-RECORD(hw_module_t, 128, 248, 4, 8);
-FIELD(hw_module_t, tag, 0, 0, uint32_t);
-FIELD(hw_module_t, module_api_version, 4, 4, uint16_t);
-FIELD(hw_module_t, hal_api_version, 6, 6, uint16_t);
-FIELD(hw_module_t, id, 8, 8, const char*);
-FIELD(hw_module_t, name, 12, 16, const char*);
-FIELD(hw_module_t, author, 16, 24, const char*);
-FIELD(hw_module_t, methods, 20, 32, hw_module_methods_t*);
-FIELD(hw_module_t, dso, 24, 40, void*);
-FIELD(hw_module_t, reserved, 28, 48, ReservedWord[25]);
-
-RECORD(hw_module_methods_t, 4, 8, 4, 8);
-FIELD(hw_module_methods_t, open, 0, 0, int (*)(const hw_module_t*, const char*, hw_device_t**));
-
-RECORD(hw_device_t, 64, 120, 4, 8);
-FIELD(hw_device_t, tag, 0, 0, uint32_t);
-FIELD(hw_device_t, version, 4, 4, uint32_t);
-FIELD(hw_device_t, module, 8, 8, hw_module_t*);
-FIELD(hw_device_t, reserved, 12, 16, ReservedWord[12]);
-FIELD(hw_device_t, close, 60, 112, int (*)(hw_device_t*));
-
-RECORD(audio_hw_device, 164, 320, 4, 8);
-FIELD(audio_hw_device, common, 0, 0, hw_device_t);
-FIELD(audio_hw_device, get_supported_devices, 64, 120, uint32_t (*)(const audio_hw_device*));
-FIELD(audio_hw_device, init_check, 68, 128, int (*)(const audio_hw_device*));
-FIELD(audio_hw_device, set_voice_volume, 72, 136, int (*)(audio_hw_device*, float));
-FIELD(audio_hw_device, set_master_volume, 76, 144, int (*)(audio_hw_device*, float));
-FIELD(audio_hw_device, get_master_volume, 80, 152, int (*)(audio_hw_device*, float*));
-FIELD(audio_hw_device, set_mode, 84, 160, int (*)(audio_hw_device*, audio_mode_t));
-FIELD(audio_hw_device, set_mic_mute, 88, 168, int (*)(audio_hw_device*, bool));
-FIELD(audio_hw_device, get_mic_mute, 92, 176, int (*)(const audio_hw_device*, bool*));
-FIELD(audio_hw_device, set_parameters, 96, 184, int (*)(audio_hw_device*, const char*));
-FIELD(audio_hw_device, get_parameters, 100, 192, char* (*)(const audio_hw_device*, const char*));
-FIELD(audio_hw_device, get_input_buffer_size, 104, 200, size_t (*)(const audio_hw_device*, const audio_config*));
-FIELD(audio_hw_device, open_output_stream, 108, 208, int (*)(audio_hw_device*, audio_io_handle_t, audio_devices_t, audio_output_flags_t, audio_config*, audio_stream_out**, const char*));
-FIELD(audio_hw_device, close_output_stream, 112, 216, void (*)(audio_hw_device*, audio_stream_out*));
-FIELD(audio_hw_device, open_input_stream, 116, 224, int (*)(audio_hw_device*, audio_io_handle_t, audio_devices_t, audio_config*, audio_stream_in**, audio_input_flags_t, const char*, audio_source_t));
-FIELD(audio_hw_device, close_input_stream, 120, 232, void (*)(audio_hw_device*, audio_stream_in*));
-FIELD(audio_hw_device, get_microphones, 124, 240, int (*)(const audio_hw_device*, audio_microphone_characteristic_t*, size_t*));
-FIELD(audio_hw_device, dump, 128, 248, int (*)(const audio_hw_device*, int));
-FIELD(audio_hw_device, set_master_mute, 132, 256, int (*)(audio_hw_device*, bool));
-FIELD(audio_hw_device, get_master_mute, 136, 264, int (*)(audio_hw_device*, bool*));
-FIELD(audio_hw_device, create_audio_patch, 140, 272, int (*)(audio_hw_device*, unsigned int, const audio_port_config*, unsigned int, const audio_port_config*, audio_patch_handle_t*));
-FIELD(audio_hw_device, release_audio_patch, 144, 280, int (*)(audio_hw_device*, audio_patch_handle_t));
-FIELD(audio_hw_device, get_audio_port, 148, 288, int (*)(audio_hw_device*, audio_port*));
-FIELD(audio_hw_device, set_audio_port_config, 152, 296, int (*)(audio_hw_device*, const audio_port_config*));
-FIELD(audio_hw_device, add_device_effect, 156, 304, int (*)(audio_hw_device*, audio_port_handle_t, effect_handle_t));
-FIELD(audio_hw_device, remove_device_effect, 160, 312, int (*)(audio_hw_device*, audio_port_handle_t, effect_handle_t));
-
-RECORD(audio_stream, 56, 112, 4, 8);
-FIELD(audio_stream, get_sample_rate, 0, 0, uint32_t (*)(const audio_stream*));
-FIELD(audio_stream, set_sample_rate, 4, 8, int (*)(audio_stream*, uint32_t));
-FIELD(audio_stream, get_buffer_size, 8, 16, size_t (*)(const audio_stream*));
-FIELD(audio_stream, get_channels, 12, 24, audio_channel_mask_t (*)(const audio_stream*));
-FIELD(audio_stream, get_format, 16, 32, audio_format_t (*)(const audio_stream*));
-FIELD(audio_stream, set_format, 20, 40, int (*)(audio_stream*, audio_format_t));
-FIELD(audio_stream, standby, 24, 48, int (*)(audio_stream*));
-FIELD(audio_stream, dump, 28, 56, int (*)(const audio_stream*, int));
-FIELD(audio_stream, get_device, 32, 64, audio_devices_t (*)(const audio_stream*));
-FIELD(audio_stream, set_device, 36, 72, int (*)(audio_stream*, audio_devices_t));
-FIELD(audio_stream, set_parameters, 40, 80, int (*)(audio_stream*, const char*));
-FIELD(audio_stream, get_parameters, 44, 88, char* (*)(const audio_stream*, const char*));
-FIELD(audio_stream, add_audio_effect, 48, 96, int (*)(const audio_stream*, effect_handle_t));
-FIELD(audio_stream, remove_audio_effect, 52, 104, int (*)(const audio_stream*, effect_handle_t));
-
-RECORD(audio_stream_in, 104, 208, 4, 8);
-FIELD(audio_stream_in, common, 0, 0, audio_stream);
-FIELD(audio_stream_in, set_gain, 56, 112, int (*)(audio_stream_in*, float));
-FIELD(audio_stream_in, read, 60, 120, ssize_t (*)(audio_stream_in*, void*, size_t));
-FIELD(audio_stream_in, get_input_frames_lost, 64, 128, uint32_t (*)(audio_stream_in*));
-FIELD(audio_stream_in, get_capture_position, 68, 136, int (*)(const audio_stream_in*, int64_t*, int64_t*));
-FIELD(audio_stream_in, start, 72, 144, int (*)(const audio_stream_in*));
-FIELD(audio_stream_in, stop, 76, 152, int (*)(const audio_stream_in*));
-FIELD(audio_stream_in, create_mmap_buffer, 80, 160, int (*)(const audio_stream_in*, int32_t, audio_mmap_buffer_info*));
-FIELD(audio_stream_in, get_mmap_position, 84, 168, int (*)(const audio_stream_in*, audio_mmap_position*));
-FIELD(audio_stream_in, get_active_microphones, 88, 176, int (*)(const audio_stream_in*, audio_microphone_characteristic_t*, size_t*));
-FIELD(audio_stream_in, set_microphone_direction, 92, 184, int (*)(const audio_stream_in*, audio_microphone_direction_t));
-FIELD(audio_stream_in, set_microphone_field_dimension, 96, 192, int (*)(const audio_stream_in*, float));
-FIELD(audio_stream_in, update_sink_metadata, 100, 200, void (*)(audio_stream_in*, const sink_metadata*));
-
-RECORD(audio_offload_info_t, 64, 64, 8, 8);
-FIELD(audio_offload_info_t, version, 0, 0, uint16_t);
-FIELD(audio_offload_info_t, size, 2, 2, uint16_t);
-FIELD(audio_offload_info_t, sample_rate, 4, 4, uint32_t);
-FIELD(audio_offload_info_t, channel_mask, 8, 8, audio_channel_mask_t);
-FIELD(audio_offload_info_t, format, 12, 12, audio_format_t);
-FIELD(audio_offload_info_t, stream_type, 16, 16, audio_stream_type_t);
-FIELD(audio_offload_info_t, bit_rate, 20, 20, uint32_t);
-FIELD(audio_offload_info_t, duration_us, 24, 24, int64_t);
-FIELD(audio_offload_info_t, has_video, 32, 32, bool);
-FIELD(audio_offload_info_t, is_streaming, 33, 33, bool);
-FIELD(audio_offload_info_t, bit_width, 36, 36, uint32_t);
-FIELD(audio_offload_info_t, offload_buffer_size, 40, 40, uint32_t);
-FIELD(audio_offload_info_t, usage, 44, 44, audio_usage_t);
-FIELD(audio_offload_info_t, encapsulation_mode, 48, 48, audio_encapsulation_mode_t);
-FIELD(audio_offload_info_t, content_id, 52, 52, int32_t);
-FIELD(audio_offload_info_t, sync_id, 56, 56, int32_t);
-
-RECORD(audio_config, 88, 88, 8, 8);
-FIELD(audio_config, sample_rate, 0, 0, uint32_t);
-FIELD(audio_config, channel_mask, 4, 4, audio_channel_mask_t);
-FIELD(audio_config, format, 8, 8, audio_format_t);
-FIELD(audio_config, offload_info, 16, 16, audio_offload_info_t);
-FIELD(audio_config, frame_count, 80, 80, uint32_t);
-
-RECORD(source_metadata, 8, 16, 4, 8);
-FIELD(source_metadata, track_count, 0, 0, size_t);
-FIELD(source_metadata, tracks, 4, 8, playback_track_metadata*);
-
-RECORD(sink_metadata, 8, 16, 4, 8);
-FIELD(sink_metadata, track_count, 0, 0, size_t);
-FIELD(sink_metadata, tracks, 4, 8, record_track_metadata*);
-
-RECORD(playback_track_metadata, 12, 12, 4, 4);
-FIELD(playback_track_metadata, usage, 0, 0, audio_usage_t);
-FIELD(playback_track_metadata, content_type, 4, 4, audio_content_type_t);
-FIELD(playback_track_metadata, gain, 8, 8, float);
-
-RECORD(record_track_metadata, 44, 44, 4, 4);
-FIELD(record_track_metadata, source, 0, 0, audio_source_t);
-FIELD(record_track_metadata, gain, 4, 4, float);
-FIELD(record_track_metadata, dest_device, 8, 8, audio_devices_t);
-FIELD(record_track_metadata, dest_device_address, 12, 12, char[32]);
-// clang-format on
+static_assert(IsRecord<hw_module_t>(128, 248, 4, 8));
+static_assert(IsRecord<hw_module_methods_t>(4, 8, 4, 8));
+static_assert(IsRecord<hw_device_t>(64, 120, 4, 8));
+static_assert(IsRecord<audio_hw_device>(164, 320, 4, 8));
+static_assert(IsRecord<audio_stream>(56, 112, 4, 8));
+static_assert(IsRecord<audio_stream_in>(104, 208, 4, 8));
+static_assert(IsRecord<audio_offload_info_t>(64, 64, 8, 8));
+static_assert(IsRecord<audio_config>(88, 88, 8, 8));
+static_assert(IsRecord<source_metadata>(8, 16, 4, 8) && IsRecord<sink_metadata>(8, 16, 4, 8));
+static_assert(IsRecord<playback_track_metadata>(12, 12, 4, 4));
+static_assert(IsRecord<record_track_metadata>(44, 44, 4, 4));
 
 // Values are printed, so the promotion matters beside the width.
 template <typename Enumeration, typename Promoted>
@@ -177,14 +53,11 @@ static_assert(std::is_same_v<audio_io_handle_t, int> && std::is_same_v<audio_pat
 static_assert(std::is_same_v<audio_port_handle_t, int>);
 static_assert(std::is_same_v<effect_handle_t, effect_interface_s**>);
 
-static_assert(HARDWARE_MODULE_TAG == 0x48574D54 && HARDWARE_DEVICE_TAG == 0x48574454);
-static_assert(HARDWARE_HAL_API_VERSION == 0x0100 && AUDIO_MODULE_API_VERSION_0_1 == 0x0001);
-static_assert(AUDIO_DEVICE_API_VERSION_2_0 == 0x0200 && AUDIO_DEVICE_API_VERSION_MIN == 0x0200);
+// Values that no test of the module sees.
+static_assert(AUDIO_DEVICE_API_VERSION_MIN == 0x0200 && AUDIO_FORMAT_INVALID == 0xFFFFFFFF);
 static_assert(AUDIO_DEVICE_API_VERSION_3_0 == 0x0300 && AUDIO_DEVICE_API_VERSION_CURRENT == 0x0301);
-static_assert(AUDIO_FORMAT_INVALID == 0xFFFFFFFF && AUDIO_FORMAT_PCM_24_BIT_PACKED == 6);
-static_assert(AUDIO_CHANNEL_IN_STEREO == 12 && AUDIO_CHANNEL_IN_MONO == 16);
 static_assert(AUDIO_CHANNEL_IN_ALL == 0x77FFFC && AUDIO_CHANNEL_INVALID == 0xC0000000);
-static_assert(AUDIO_DEVICE_IN_PROXY == 0x81000000 && AUDIO_DEVICE_IN_DEFAULT == 0xC0000000);
+static_assert(AUDIO_DEVICE_IN_DEFAULT == 0xC0000000);
 static_assert(AUDIO_MODE_INVALID == -2 && AUDIO_MODE_CALL_SCREEN == 4);
 static_assert(AUDIO_SOURCE_CAMCORDER == 5 && AUDIO_SOURCE_HOTWORD == 1999);
 static_assert(AUDIO_INPUT_FLAG_DIRECT == 0x80 && MIC_DIRECTION_EXTERNAL == 3);
@@ -193,21 +66,94 @@ static_assert(AUDIO_INPUT_FLAG_DIRECT == 0x80 && MIC_DIRECTION_EXTERNAL == 3);
 static_assert(sizeof(size_t) == pick(4, 8) && sizeof(time_t) == pick(4, 8));
 static_assert(sizeof(bool) == 1 && sizeof(int) == 4 && alignof(int64_t) == 8);
 
-TEST(PlatformHelpers, CountInputChannelsByRepresentation) {
-  const std::pair<audio_channel_mask_t, uint32_t> cases[] = {
-      {0, 0},          {0xC, 2},         {0x10, 1},       {0x3, 0},        {0x80000, 0},
-      {0x77FFFC, 20},  {0x3FFFFFFF, 20}, {0x80000003, 2}, {0x80080003, 3}, {0xBFFFFFFF, 30},
-      {0x4000000C, 0}, {0xC0000000, 0},  {0xC000000C, 0}};
-  for (const auto& [mask, channels] : cases) {
-    EXPECT_EQ(audio_channel_count_from_in_mask(mask), channels) << std::hex << mask;
-  }
+template <typename... Number>
+std::vector<size_t> List(Number... numbers) {
+  return {static_cast<size_t>(numbers)...};
 }
 
-TEST(PlatformHelpers, GiveSampleBytesByExactFormat) {
-  const std::pair<uint32_t, size_t> cases[] = {
-      {0, 0}, {1, 2}, {2, 1},          {3, 4},          {4, 4},          {5, 4},
-      {6, 3}, {7, 0}, {0x01000000, 0}, {0x0D000000, 2}, {0x0D000001, 0}, {0xFFFFFFFF, 0}};
-  for (const auto& [format, bytes] : cases) {
+// Operations one behind the other, from the given offset to the end of the record.
+std::vector<size_t> SlotsOf(size_t first, size_t size) {
+  std::vector<size_t> offsets;
+  for (size_t offset = first; offset < size; offset += sizeof(void*)) {
+    offsets.push_back(offset);
+  }
+  return offsets;
+}
+
+#define AT(field) offsetof(Record, field)
+
+TEST(PlatformRecords, DeviceOperationsStandInThePlatformsOrder) {
+  using Record = audio_hw_device;
+  EXPECT_EQ(List(AT(get_supported_devices), AT(init_check), AT(set_voice_volume),
+                 AT(set_master_volume), AT(get_master_volume), AT(set_mode), AT(set_mic_mute),
+                 AT(get_mic_mute), AT(set_parameters), AT(get_parameters),
+                 AT(get_input_buffer_size), AT(open_output_stream), AT(close_output_stream),
+                 AT(open_input_stream), AT(close_input_stream), AT(get_microphones), AT(dump),
+                 AT(set_master_mute), AT(get_master_mute), AT(create_audio_patch),
+                 AT(release_audio_patch), AT(get_audio_port), AT(set_audio_port_config),
+                 AT(add_device_effect), AT(remove_device_effect)),
+            SlotsOf(pick(64, 120), pick(164, 320)));
+}
+
+TEST(PlatformRecords, StreamOperationsStandInThePlatformsOrder) {
+  using Record = audio_stream_in;
+  EXPECT_EQ(List(AT(common.get_sample_rate), AT(common.set_sample_rate), AT(common.get_buffer_size),
+                 AT(common.get_channels), AT(common.get_format), AT(common.set_format),
+                 AT(common.standby), AT(common.dump), AT(common.get_device), AT(common.set_device),
+                 AT(common.set_parameters), AT(common.get_parameters), AT(common.add_audio_effect),
+                 AT(common.remove_audio_effect), AT(set_gain), AT(read), AT(get_input_frames_lost),
+                 AT(get_capture_position), AT(start), AT(stop), AT(create_mmap_buffer),
+                 AT(get_mmap_position), AT(get_active_microphones), AT(set_microphone_direction),
+                 AT(set_microphone_field_dimension), AT(update_sink_metadata)),
+            SlotsOf(0, pick(104, 208)));
+}
+
+TEST(PlatformRecords, ModuleAndDeviceFieldsStandAtThePlatformsOffsets) {
+  {
+    using Record = hw_module_t;
+    EXPECT_EQ(
+        List(AT(tag), AT(module_api_version), AT(hal_api_version), AT(id), AT(name), AT(author),
+             AT(methods), AT(dso), AT(reserved)),
+        List(0, 4, 6, 8, pick(12, 16), pick(16, 24), pick(20, 32), pick(24, 40), pick(28, 48)));
+  }
+  using Record = hw_device_t;
+  EXPECT_EQ(List(AT(tag), AT(version), AT(module), AT(reserved), AT(close)),
+            List(0, 4, 8, pick(12, 16), pick(60, 112)));
+}
+
+TEST(PlatformRecords, ConfigurationFieldsStandAtThePlatformsOffsets) {
+  using Record = audio_config;
+  EXPECT_EQ(List(AT(sample_rate), AT(channel_mask), AT(format), AT(offload_info.version),
+                 AT(offload_info.size), AT(offload_info.sample_rate), AT(offload_info.channel_mask),
+                 AT(offload_info.format), AT(offload_info.stream_type), AT(offload_info.bit_rate),
+                 AT(offload_info.duration_us), AT(offload_info.has_video),
+                 AT(offload_info.is_streaming), AT(offload_info.bit_width),
+                 AT(offload_info.offload_buffer_size), AT(offload_info.usage),
+                 AT(offload_info.encapsulation_mode), AT(offload_info.content_id),
+                 AT(offload_info.sync_id), AT(frame_count)),
+            List(0, 4, 8, 16, 18, 20, 24, 28, 32, 36, 40, 48, 49, 52, 56, 60, 64, 68, 72, 80));
+}
+
+TEST(PlatformRecords, MetadataFieldsStandAtThePlatformsOffsets) {
+  EXPECT_EQ(offsetof(source_metadata, tracks), sizeof(void*));
+  EXPECT_EQ(offsetof(sink_metadata, tracks), sizeof(void*));
+  EXPECT_EQ(offsetof(playback_track_metadata, content_type), 4u);
+  EXPECT_EQ(offsetof(playback_track_metadata, gain), 8u);
+  using Record = record_track_metadata;
+  EXPECT_EQ(List(AT(source), AT(gain), AT(dest_device), AT(dest_device_address)),
+            List(0, 4, 8, 12));
+}
+
+TEST(PlatformHelpers, CountChannelsAndBytes) {
+  const std::pair<audio_channel_mask_t, uint32_t> masks[] = {
+      {0, 0},           {0xC, 2},        {0x10, 1},       {0x3, 0},
+      {0x3FFFFFFF, 20}, {0x80080003, 3}, {0x4000000C, 0}, {0xC000000C, 0}};
+  for (const auto& [mask, channels] : masks) {
+    EXPECT_EQ(audio_channel_count_from_in_mask(mask), channels) << std::hex << mask;
+  }
+  const std::pair<uint32_t, size_t> formats[] = {
+      {0, 0}, {1, 2}, {2, 1}, {3, 4}, {4, 4}, {5, 4}, {6, 3}, {0x0D000000, 2}, {0x0D000001, 0}};
+  for (const auto& [format, bytes] : formats) {
     EXPECT_EQ(audio_bytes_per_sample(static_cast<audio_format_t>(format)), bytes) << format;
   }
 }
