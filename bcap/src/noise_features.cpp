@@ -9,6 +9,7 @@ namespace {
 
 // One tenth of a 16-bit step over the whole spectrum: digital silence is not infinitely quiet.
 constexpr float kSilence = 1e-12f;
+constexpr float kHeardAbove = -39.0f;  // log2 of energy, 3 dB above that
 // Per block of 512 frames. The floor falls within a few blocks and rises within about three seconds:
 // slower follows noise that swells too late, faster takes a held vowel for noise.
 constexpr float kLevelSmoothing = 0.7f;
@@ -53,8 +54,14 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
   for (size_t band = 0; band < kNetworkBands; ++band) {
     level[band] = std::log2(0.5f * (bands.energy[0][band] + bands.energy[1][band]) + kSilence);
   }
+  // Digital silence, as before a headset sends or the first samples come through the stages before, and the block
+  // after it, which may hold only the beginning of a sound, say nothing about the room: the floor would lie far too
+  // low for seconds. They are heard as the room is known so far.
+  const bool sound = *std::max_element(level.begin(), level.end()) > kHeardAbove;
+  const bool settled = sound && sound_before_;
+  sound_before_ = sound;
   if (!started_) {
-    started_ = true;
+    started_ = settled;
     smooth_level_ = level;
     floor_level_ = level;
     for (size_t group = 0; group < kNetworkGroups; ++group) {
@@ -63,10 +70,14 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
   }
   float scene_floor = 0.0f;
   for (size_t band = 0; band < kNetworkBands; ++band) {
-    smooth_level_[band] =
-        kLevelSmoothing * smooth_level_[band] + (1.0f - kLevelSmoothing) * level[band];
-    const float rise = smooth_level_[band] - floor_level_[band];
-    floor_level_[band] += (rise < 0.0f ? kFloorFall : kFloorRise) * rise;
+    if (settled) {
+      smooth_level_[band] =
+          kLevelSmoothing * smooth_level_[band] + (1.0f - kLevelSmoothing) * level[band];
+      const float rise = smooth_level_[band] - floor_level_[band];
+      floor_level_[band] += (rise < 0.0f ? kFloorFall : kFloorRise) * rise;
+    } else {
+      level[band] = std::max(level[band], floor_level_[band]);
+    }
     scene_floor += floor_level_[band];
   }
   scene_floor /= static_cast<float>(kNetworkBands);

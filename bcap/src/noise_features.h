@@ -40,6 +40,7 @@ class NoiseFeatures {
 
  private:
   bool started_ = false;
+  bool sound_before_ = false;                        // the last block was not digital silence
   std::array<float, kNetworkBands> smooth_level_{};  // log2 of energy
   std::array<float, kNetworkBands> floor_level_{};
   std::array<std::array<float, kNetworkBands>, kEars> smooth_energy_{};
