@@ -6,20 +6,14 @@
 
 namespace {
 
-// One block of a kind chosen by chance.
+// Noise from an inaudible one to one that clips; now and then what swings the widest, in one ear.
 Stereo any_block(std::mt19937& random) {
-  Stereo block(kBlock);
-  const uint32_t kind = random() % 6;
-  const double level = std::pow(10.0, -static_cast<double>(random() % 100) / 20.0);
-  for (size_t n = 0; n < kBlock; ++n) {
-    const auto bits = static_cast<int16_t>(random()), other_bits = static_cast<int16_t>(random());
-    const auto soft = static_cast<int16_t>(bits * level), least = static_cast<int16_t>(bits % 2);
-    const int16_t alternating = n % 2 == 0 ? -32768 : 32767, zero = 0;
-    const int16_t pulse = n == bits % kBlock ? 32767 : 0;
-    const int16_t left[] = {zero, bits, soft, alternating, least, pulse};
-    const int16_t right[] = {zero, other_bits, soft, zero, least, -32768};
-    block.left[n] = left[kind];
-    block.right[n] = right[kind];
+  const double softer_db = random() % 120;
+  Stereo block = noise(from_db(6.0 - softer_db), kBlock, random());
+  if (random() % 4 == 0) {
+    for (size_t n = 0; n < kBlock; ++n) {
+      block.right[n] = n % 2 == 0 ? -32768 : 32767;
+    }
   }
   return block;
 }

@@ -13,7 +13,7 @@ namespace {
 
 constexpr size_t kLatency = 1024;
 
-// Someone in the middle of a store.
+// Holds an instance's lock as someone in the middle of a store does, on a thread of its own.
 class BusySetter {
  public:
   explicit BusySetter(bcap_handle_t handle) {
@@ -65,14 +65,10 @@ TEST(HandOver, NoChangeClicks) {
   const std::vector<int32_t> up(73, 160), down(73, -320), flat(73, 0);
   using Change = std::function<void(Capture&)>;
   const auto set = [](auto setter, int32_t value) {
-    return [setter, value](Capture& capture) { capture.Set(setter, value); };
+    return [=](Capture& capture) { capture.Set(setter, value); };
   };
-  const auto gain_before = [](int32_t boost) {
-    return [boost](Capture& capture) { capture.GainBefore(boost); };
-  };
-  const auto equalise = [](const std::vector<int32_t>& gains) {
-    return [gains](Capture& capture) { capture.Equalise(gains); };
-  };
+  const auto gain = [](int32_t boost) { return [=](Capture& c) { c.GainBefore(boost); }; };
+  const auto equalise = [](auto& gains) { return [&](Capture& c) { c.Equalise(gains); }; };
   const Change nothing = [](Capture&) {};
   const struct {
     const char* name;
@@ -81,15 +77,14 @@ TEST(HandOver, NoChangeClicks) {
   } cases[] = {
       {"mirror", nothing, set(bcap_selfie_mode_set, 1), 0.007},
       {"high-pass", nothing, set(bcap_hpf_enable_set, 1), 0.007},
-      {"boost", gain_before(144), set(bcap_pregain_boost_set, 240), 0.018},
-      {"gain before on", nothing, gain_before(-160), 0.007},
-      {"peak", gain_before(0), set(bcap_pregain_limiter_peak_set, 13), 0.007},
+      {"boost", gain(144), gain(240), 0.018},
+      {"gain before on", nothing, gain(-160), 0.007},
+      {"peak", gain(0), set(bcap_pregain_limiter_peak_set, 13), 0.007},
       {"equaliser up", nothing, equalise(up), 0.013},
       {"equaliser down", nothing, equalise(down), 0.007},
       {"equaliser off", equalise(down), equalise(flat), 0.007},
       {"noise reduction", nothing, set(bcap_rnn_enable_set, 1), 0.007},
-      {"make-up gain off", set(bcap_postgain_enable_set, 1), set(bcap_postgain_enable_set, 0),
-       0.018},
+      {"make-up off", set(bcap_postgain_enable_set, 1), set(bcap_postgain_enable_set, 0), 0.018},
   };
   const Stereo input = sine(1000.0, 0.2, 0.1, whole_blocks(1.0));
   const size_t half = whole_blocks(0.5);

@@ -5,44 +5,33 @@
 
 namespace {
 
-struct Kind {
-  uint32_t mode;
-  uint32_t rate;
+const struct Kind {
+  uint32_t mode, rate;
   size_t latency;
-};
-
-const Kind kKinds[] = {{0, 48000, 1024}, {0, 44100, 1024}, {1, 48000, 448},  {1, 44100, 448},
-                       {2, 48000, 512},  {2, 44100, 512},  {3, 48000, 1536}, {3, 44100, 1536}};
-
-std::string name_of(const Kind& kind) {
-  return "mode " + std::to_string(kind.mode) + ", " + std::to_string(kind.rate) + " Hz";
-}
+} kKinds[] = {{0, 48000, 1024}, {0, 44100, 1024}, {1, 48000, 448},  {1, 44100, 448},
+              {2, 48000, 512},  {2, 44100, 512},  {3, 48000, 1536}, {3, 44100, 1536}};
 
 TEST(Chain, WithEverythingOffTheOutputIsTheInputDelayed) {
-  for (const Kind& kind : kKinds) {
-    SCOPED_TRACE(name_of(kind));
-    Capture capture(kind.mode, kind.rate);
+  for (const auto& [mode, rate, latency] : kKinds) {
+    SCOPED_TRACE(testing::Message() << "mode " << mode << ", " << rate << " Hz");
     Stereo input = noise(0.5, 40 * kBlock);  // clips at both ends of the range now and then
     input.left[100] = -32768;
     input.right[101] = 32767;
-    const Stereo output = capture.AllOff().Process(input);
-    EXPECT_EQ(output.Part(0, kind.latency), Stereo(kind.latency));
-    EXPECT_EQ(output.Part(kind.latency, input.frames() - kind.latency),
-              input.Part(0, input.frames() - kind.latency));
+    const Stereo output = Capture(mode, rate).AllOff().Process(input);
+    EXPECT_EQ(output, Stereo(latency).Then(input.Part(0, input.frames() - latency)));
   }
 }
 
 TEST(Chain, AnImpulseArrivesAtTheLatencyWithEveryStageAtWork) {
-  for (const Kind& kind : {kKinds[0], kKinds[1], kKinds[2], kKinds[3]}) {
-    SCOPED_TRACE(name_of(kind));
-    Capture capture(kind.mode, kind.rate);
+  for (const auto& [mode, rate, latency] : {kKinds[0], kKinds[1], kKinds[2], kKinds[3]}) {
+    SCOPED_TRACE(testing::Message() << "mode " << mode << ", " << rate << " Hz");
+    Capture capture(mode, rate);
     // An equaliser with a shape of its own would smear the impulse; a level one still runs the transform.
     capture.Everything().Equalise(std::vector<int32_t>(73, -16));
     Stereo input(8 * kBlock);
     input.left[700] = input.right[700] = 3000;
-    const Stereo output = capture.Process(input);
-    const auto largest = std::max_element(output.left.begin(), output.left.end());
-    EXPECT_EQ(largest - output.left.begin(), static_cast<ptrdiff_t>(700 + kind.latency));
+    const std::vector<int16_t> output = capture.Process(input).left;
+    EXPECT_EQ(std::max_element(output.begin(), output.end()), output.begin() + 700 + latency);
   }
 }
 
@@ -56,15 +45,15 @@ TEST(Chain, InPlaceEqualsOutOfPlace) {
 }
 
 TEST(Chain, ResetEqualsFreshAndSilenceStaysSilence) {
-  for (const Kind& kind : kKinds) {
-    SCOPED_TRACE(name_of(kind));
+  for (const auto& [mode, rate, latency] : kKinds) {
+    SCOPED_TRACE(testing::Message() << "mode " << mode << ", " << rate << " Hz");
     const Stereo input = noise(0.2, 30 * kBlock);
     const Stereo silence(100 * kBlock);
-    Capture used(kind.mode, kind.rate);
+    Capture used(mode, rate);
     EXPECT_EQ(used.Everything().Process(silence), silence);
     used.Process(noise(0.7, 50 * kBlock, 2));
     bcap_reset(used.handle());
-    EXPECT_EQ(used.Process(input), Capture(kind.mode, kind.rate).Everything().Process(input));
+    EXPECT_EQ(used.Process(input), Capture(mode, rate).Everything().Process(input));
   }
 }
 

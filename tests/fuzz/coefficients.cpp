@@ -37,25 +37,20 @@ void FuzzOne(Input& input) {
   fuzz::SetCoefficientFile(text.data(), text.size());
 
   std::string headset_name;
-  int verdict = -1;
-  {
+  for (const bool listening : {false, true}) {
     tinyxml2::XMLDocument document;
     AlgoConfigCoeff store{};
-    verdict = ParseCoefficients(fuzz::CoefficientPath(), &document, &store);
+    size_t faults = 0;
+    const auto listener = [&faults](const CoefficientFault&) { return ++faults < 1000; };
+    const int verdict =
+        listening ? ParseCoefficients(fuzz::CoefficientPath(), &document, &store, listener)
+                  : ParseCoefficients(fuzz::CoefficientPath(), &document, &store);
     FUZZ_CHECK((verdict == 0) == (store.parseConfigSuccessFlag == 1));
+    FUZZ_CHECK(!listening || (faults == 0) == (verdict == 0));
     if (verdict == 0) {
       CheckStore(store);
       headset_name = store.btConfig[0].btHeadsetName;
     }
-    ReleaseCoefficients(&store);
-  }
-  {
-    tinyxml2::XMLDocument document;
-    AlgoConfigCoeff store{};
-    size_t faults = 0;
-    ParseCoefficients(fuzz::CoefficientPath(), &document, &store,
-                      [&faults](const CoefficientFault&) { return ++faults < 1000; });
-    FUZZ_CHECK((faults == 0) == (verdict == 0));
     ReleaseCoefficients(&store);
   }
   audio_hw_device* device = OpenDevice();

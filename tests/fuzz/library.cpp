@@ -38,6 +38,8 @@ class Library {
     scratch_start_ = scratch_.get() + offset;
     FUZZ_CHECK(bcap_init(&config, bytes == 0 ? nullptr : memory_.get() + offset, &handle_) == 0);
     FUZZ_CHECK((handle_ != nullptr) == (bytes != 0));
+    const uintptr_t at_least = reinterpret_cast<uintptr_t>(memory_.get() + offset);
+    FUZZ_CHECK(bytes == 0 || reinterpret_cast<uintptr_t>(handle_) == (at_least + 3) / 4 * 4);
   }
 
   void SetTable(Input& input) {
@@ -57,16 +59,21 @@ class Library {
     const Stage stage = kStages[input.Below(3)];
     const uint8_t kind = input.Byte();
     uint32_t noise = input.Byte() * 2654435761u + 1;
-    std::array<int16_t, 1024> pcm{}, out{};
-    for (size_t n = 0; n < pcm.size(); ++n) {
+    std::array<char, 2049> pcm{}, out{};
+    const size_t first = kind / 2 % 2;  // samples may lie at odd addresses
+    for (size_t n = 0; n < 1024; ++n) {
       noise = noise * 1664525u + 1013904223u;
       const int square = n / 2 % (2u + kind) < 1u + kind / 2 ? 32767 : -32768;
       const int impulse = n == kind * 4u ? -32768 : 0;
       const int samples[] = {static_cast<int>(noise >> 16), square, kind * 128, impulse, 0};
-      pcm[n] = static_cast<int16_t>(samples[kind % 5]);
+      const auto sample = static_cast<int16_t>(samples[kind % 5]);
+      memcpy(&pcm[first + 2 * n], &sample, sizeof(sample));
     }
-    int16_t* in_channels[2] = {&pcm[0], kind & 64 ? nullptr : &pcm[1]};
-    int16_t* out_channels[2] = {&out[0], &out[1]};
+    const auto channel = [first](auto& samples, size_t ear) {
+      return reinterpret_cast<int16_t*>(&samples[first + 2 * ear]);
+    };
+    int16_t* in_channels[2] = {channel(pcm, 0), kind & 64 ? nullptr : channel(pcm, 1)};
+    int16_t* out_channels[2] = {channel(out, 0), channel(out, 1)};
     const bcap_buffer_desc_t in{kind & 128 ? input.Byte() : 2u, 2, 4, in_channels};
     const bcap_buffer_desc_t to{2, 2, 4, kind & 32 ? in_channels : out_channels};
     const int result = stage(handle_, &in, &to, scratch_start_);
@@ -97,28 +104,20 @@ class Library {
 void FuzzOne(Input& input) {
   Library library(input);
   while (!input.empty()) {
-    switch (input.Below(8)) {
-      case 0:
-        library.Start(input);
-        break;
-      case 1:
-        library.SetTable(input);
-        break;
-      case 2:
-        bcap_reset(library.handle());
-        break;
-      case 3:
-      case 4: {
-        const auto set = kScalars[input.Below(std::size(kScalars))].set;
-        const uint8_t small = input.Byte();
-        const auto value = small == 0xFF ? static_cast<int32_t>(input.Word()) : (small - 128) * 4;
-        const int result = set(library.handle(), value);
-        FUZZ_CHECK(result == (library.handle() == nullptr ? 1 : 0));
-        break;
-      }
-      default:
-        library.Process(input);
-        break;
+    const size_t what = input.Below(8);
+    if (what == 0) {
+      library.Start(input);
+    } else if (what == 1) {
+      library.SetTable(input);
+    } else if (what == 2) {
+      bcap_reset(library.handle());
+    } else if (what < 5) {
+      const auto set = kScalars[input.Below(std::size(kScalars))].set;
+      const uint8_t small = input.Byte();
+      const auto value = small == 0xFF ? static_cast<int32_t>(input.Word()) : (small - 128) * 4;
+      FUZZ_CHECK(set(library.handle(), value) == (library.handle() == nullptr ? 1 : 0));
+    } else {
+      library.Process(input);
     }
     library.Check();
   }

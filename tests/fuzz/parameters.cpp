@@ -6,21 +6,11 @@
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/surroundings.h"
 
-namespace {
-
-void CheckSettings() {
-  const BinauralStreamInRuntimeParam& runtime = *record_get_runtime_parameters_1_0();
-  FUZZ_CHECK(runtime.algMode <= 3);
-  FUZZ_CHECK(runtime.algScene <= 1);
-  FUZZ_CHECK(memchr(runtime.btHeadsetName, 0, sizeof(runtime.btHeadsetName)) != nullptr);
-}
-
-}  // namespace
-
 void FuzzOne(Input& input) {
   const fuzz::Surroundings surroundings;
   audio_hw_device* device = OpenDevice();
   audio_stream_in* stream = nullptr;
+  const BinauralStreamInRuntimeParam& runtime = *record_get_runtime_parameters_1_0();
   while (!input.empty()) {
     const std::string line = input.Line();
     const char* text = line.empty() ? "" : line.c_str() + 1;
@@ -52,7 +42,9 @@ void FuzzOne(Input& input) {
         break;
       default:
         FUZZ_CHECK(device->set_parameters(device, line.c_str()) == 0);
-        CheckSettings();
+        FUZZ_CHECK(runtime.algMode <= 3);
+        FUZZ_CHECK(runtime.algScene <= 1);
+        FUZZ_CHECK(memchr(runtime.btHeadsetName, 0, sizeof(runtime.btHeadsetName)) != nullptr);
         break;
     }
   }

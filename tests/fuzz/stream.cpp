@@ -46,67 +46,52 @@ void Behave() {
 
 void Misbehave(Input& input) {
   auto& session = Current();
-  switch (input.Below(9)) {
-    case 0:
-      session.present = input.Byte() & 1;
-      break;
-    case 1:
-      session.ready = input.Byte() & 1;
-      break;
-    case 2:
-      session.parameters = {static_cast<SampleRate>(input.Byte()),
-                            static_cast<ChannelMode>(input.Byte() % 4),
-                            static_cast<BitsPerSample>(input.Byte() % 6)};
-      break;
-    case 3:
-      session.on_start = [first = input.Byte(), second = input.Byte()] {
-        CallBack(first);
-        CallBack(second);
-        return (second & 1) == 0;
-      };
-      break;
-    case 4:
-      session.on_stop = [choice = input.Byte()] { CallBack(choice); };
-      break;
-    case 5:
-      session.on_unregister = [choice = input.Byte()] { CallBack(choice); };
-      break;
-    case 6:
-      session.on_read = [claim = input.Byte(), choice = input.Byte()](void* buffer, size_t bytes) {
-        CallBack(choice);
-        memset(buffer, claim, std::min(bytes, kBufferBytes));
-        return claim < 8 ? claim : claim < 16 ? bytes + claim : bytes;
-      };
-      break;
-    case 7:
-      session.on_position = [choice = input.Byte()](uint64_t* delay, uint64_t* bytes,
-                                                    timespec* at) {
-        *delay = choice * 0x0101010101010101u;
-        *bytes = ~*delay;
-        at->tv_sec = choice & 2 ? -1 : choice;
-        return (choice & 1) == 0;
-      };
-      break;
-    default:
-      Behave();
-      break;
+  const size_t what = input.Below(9);
+  if (what == 0) {
+    session.present = input.Byte() & 1;
+  } else if (what == 1) {
+    session.ready = input.Byte() & 1;
+  } else if (what == 2) {
+    session.parameters = {static_cast<SampleRate>(input.Byte()),
+                          static_cast<ChannelMode>(input.Byte() % 4),
+                          static_cast<BitsPerSample>(input.Byte() % 6)};
+  } else if (what == 3) {
+    session.on_start = [first = input.Byte(), second = input.Byte()] {
+      CallBack(first);
+      CallBack(second);
+      return (second & 1) == 0;
+    };
+  } else if (what == 4) {
+    session.on_stop = [choice = input.Byte()] { CallBack(choice); };
+  } else if (what == 5) {
+    session.on_unregister = [choice = input.Byte()] { CallBack(choice); };
+  } else if (what == 6) {
+    session.on_read = [claim = input.Byte(), choice = input.Byte()](void* buffer, size_t bytes) {
+      CallBack(choice);
+      memset(buffer, claim, std::min(bytes, kBufferBytes));
+      return claim < 8 ? claim : claim < 16 ? bytes + claim : bytes;
+    };
+  } else if (what == 7) {
+    session.on_position = [choice = input.Byte()](uint64_t* delay, uint64_t* bytes, timespec* at) {
+      *delay = choice * 0x0101010101010101u;
+      *bytes = ~*delay;
+      at->tv_sec = choice & 2 ? -1 : choice;
+      return (choice & 1) == 0;
+    };
+  } else {
+    Behave();
   }
 }
 
 size_t ReadSize(Input& input) {
   const uint8_t choice = input.Byte();
-  switch (choice % 8) {
-    case 0:
-      return choice / 8;
-    case 1:
-      return 3840u + choice / 8;
-    case 2:
-      return size_t{input.Byte()} * 256 + input.Byte();
-    case 3:
-      return size_t{0x7FFFFFFF} + choice / 8;  // refused before a byte is copied
-    default:
-      return 3840;
+  if (choice % 8 == 2) {
+    const size_t high = input.Byte();
+    return high * 256 + input.Byte();
   }
+  const size_t sizes[] = {choice / 8u, 3840u + choice / 8u, 0,
+                          0x7FFFFFFFu + choice / 8u};  // the last: refused before a byte is copied
+  return choice % 8 < 4 ? sizes[choice % 8] : 3840;
 }
 
 }  // namespace
@@ -127,65 +112,46 @@ void FuzzOne(Input& input) {
     const uint8_t operation = input.Byte();
     audio_stream_in*& stream = streams[operation / 16 % streams.size()];
     audio_stream* const common = stream == nullptr ? nullptr : &stream->common;
-    switch (operation % 16) {
-      case 0: {
-        const int result = OpenStream(device, &stream);
-        FUZZ_CHECK(IsOneOf(result, {0, -1, -22}));
-        FUZZ_CHECK((stream == nullptr) == (result == -22));
-        opened.push_back(stream);
-        break;
-      }
-      case 1:
-        device->close_input_stream(device, stream);
-        break;
-      case 2:
-        Misbehave(input);
-        break;
-      case 3:
-        CallBack(input.Byte());
-        break;
-      case 4:
-        FUZZ_CHECK(IsOneOf(operations.start(stream), {0, -5}));
-        break;
-      case 5:
-        FUZZ_CHECK(operations.stop(stream) == 0);
-        break;
-      case 6:
-        FUZZ_CHECK(IsOneOf(operations.common.standby(common), {0, -16}));
-        break;
-      case 7: {
-        int64_t frames = 0, time = 0;
-        FUZZ_CHECK(operations.get_capture_position(stream, &frames,
-                                                   operation & 16 ? nullptr : &time) == 0);
-        break;
-      }
-      case 8:
-        operations.common.set_parameters(common, operation & 16 ? "RecordSuspended=true"
-                                                                : "RecordSuspended=;sup_formats");
-        break;
-      case 9:
-        device->set_parameters(
-            device,
-            ("binaural_recording_algorithmMode=" + std::to_string(operation / 16 % 4)).c_str());
-        break;
-      case 10:
-        operations.common.get_sample_rate(common);
-        operations.common.get_format(common);
-        operations.common.get_buffer_size(common);
-        free(operations.common.get_parameters(common, "sup_channels;sup_formats"));
-        break;
-      case 11: {
-        audio_hw_device* other = OpenDevice();
-        FUZZ_CHECK(other->common.close(&other->common) == 0);
-        break;
-      }
-      default: {
-        const size_t bytes = ReadSize(input);
-        uint8_t* const at = buffer.data() + input.Below(16);
-        const ssize_t result = operations.read(stream, at, bytes);
-        FUZZ_CHECK(result == 0 || static_cast<size_t>(result) == bytes);
-        break;
-      }
+    const bool flag = operation & 16;
+    const size_t what = operation % 16;
+    if (what == 0) {
+      const int result = OpenStream(device, &stream);
+      FUZZ_CHECK(IsOneOf(result, {0, -1, -22}));
+      FUZZ_CHECK((stream == nullptr) == (result == -22));
+      opened.push_back(stream);
+    } else if (what == 1) {
+      device->close_input_stream(device, stream);
+    } else if (what == 2) {
+      Misbehave(input);
+    } else if (what == 3) {
+      CallBack(input.Byte());
+    } else if (what == 4) {
+      FUZZ_CHECK(IsOneOf(operations.start(stream), {0, -5}));
+    } else if (what == 5) {
+      FUZZ_CHECK(operations.stop(stream) == 0);
+    } else if (what == 6) {
+      FUZZ_CHECK(IsOneOf(operations.common.standby(common), {0, -16}));
+    } else if (what == 7) {
+      int64_t frames = 0, time = 0;
+      FUZZ_CHECK(operations.get_capture_position(stream, &frames, flag ? nullptr : &time) == 0);
+    } else if (what == 8) {
+      operations.common.set_parameters(common, flag ? "RecordSuspended=true"
+                                                    : "RecordSuspended=;sup_formats");
+    } else if (what == 9) {
+      const std::string mode = std::to_string(operation / 16 % 4);
+      device->set_parameters(device, ("binaural_recording_algorithmMode=" + mode).c_str());
+    } else if (what == 10) {
+      operations.common.get_sample_rate(common);
+      operations.common.get_format(common);
+      operations.common.get_buffer_size(common);
+      free(operations.common.get_parameters(common, "sup_channels;sup_formats"));
+    } else if (what == 11) {
+      audio_hw_device* other = OpenDevice();
+      FUZZ_CHECK(other->common.close(&other->common) == 0);
+    } else {
+      const size_t bytes = ReadSize(input);
+      const ssize_t result = operations.read(stream, buffer.data() + input.Below(16), bytes);
+      FUZZ_CHECK(result == 0 || static_cast<size_t>(result) == bytes);
     }
   }
   Reset();

@@ -3,10 +3,8 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <pthread.h>
-#include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/types.h>
 #include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
@@ -17,7 +15,7 @@
 namespace {
 
 struct Failing {
-  uint64_t nth;
+  uint64_t nth;  // 0: none
   bool for_good;
   uint64_t seen;
 };
@@ -27,11 +25,8 @@ std::atomic<int64_t> g_live_blocks;
 
 // Counts one allocation of this thread; true when it is to fail.
 bool Refuse() {
-  if (t_failing.nth == interposer::kNever) {
-    return false;
-  }
-  ++t_failing.seen;
-  return t_failing.seen == t_failing.nth || (t_failing.for_good && t_failing.seen > t_failing.nth);
+  auto& [nth, for_good, seen] = t_failing;
+  return nth != 0 && (++seen == nth || (for_good && seen > nth));
 }
 
 void* Counted(void* block) {
@@ -47,14 +42,12 @@ void* Counted(void* block) {
 
 namespace interposer {
 
-FailingAllocations::FailingAllocations(uint64_t nth, Extent extent) {
-  t_failing = {nth, extent == Extent::kForGood, 0};
+FailingAllocations::FailingAllocations(uint64_t nth, bool for_good) {
+  t_failing = {nth, for_good, 0};
 }
-
 FailingAllocations::~FailingAllocations() {
   t_failing = {};
 }
-
 bool FailingAllocations::reached() const {
   return t_failing.seen >= t_failing.nth;
 }
@@ -111,13 +104,9 @@ char* __wrap_strdup(const char* text) {
 
 #else
 
-namespace {
+thread_local interposer::Deeds* interposer::t_deeds;
 
-struct Watching {
-  bool on;
-  interposer::Deeds deeds;
-};
-thread_local Watching t_watching;
+namespace {
 
 // The C library's function of that name, behind ours.
 template <auto kFunction>
@@ -129,27 +118,13 @@ auto Next(const char* name) {
   return reinterpret_cast<decltype(kFunction)>(address.load());
 }
 
-void Note(uint64_t interposer::Deeds::*deed) {
-  if (t_watching.on) {
-    ++(t_watching.deeds.*deed);
+void Note(interposer::Deed deed) {
+  if (interposer::t_deeds != nullptr) {
+    ++(*interposer::t_deeds)[deed];
   }
 }
 
 }  // namespace
-
-namespace interposer {
-
-Watch::Watch() {
-  t_watching = {true, {}};
-}
-Watch::~Watch() {
-  t_watching.on = false;
-}
-Deeds Watch::deeds() const {
-  return t_watching.deeds;
-}
-
-}  // namespace interposer
 
 extern "C" {
 
@@ -161,12 +136,12 @@ void* __libc_memalign(size_t alignment, size_t bytes);
 void __libc_free(void* block);
 
 void* malloc(size_t bytes) noexcept {
-  Note(&interposer::Deeds::allocations);
+  Note(interposer::kAllocation);
   return Counted(Refuse() ? nullptr : __libc_malloc(bytes));
 }
 
 void* calloc(size_t count, size_t bytes) noexcept {
-  Note(&interposer::Deeds::allocations);
+  Note(interposer::kAllocation);
   return Counted(Refuse() ? nullptr : __libc_calloc(count, bytes));
 }
 
@@ -175,7 +150,7 @@ void* realloc(void* block, size_t bytes) noexcept {
     free(block);
     return nullptr;
   }
-  Note(&interposer::Deeds::allocations);
+  Note(interposer::kAllocation);
   if (Refuse()) {
     errno = ENOMEM;
     return nullptr;
@@ -185,7 +160,7 @@ void* realloc(void* block, size_t bytes) noexcept {
 }
 
 void* memalign(size_t alignment, size_t bytes) noexcept {
-  Note(&interposer::Deeds::allocations);
+  Note(interposer::kAllocation);
   return Counted(Refuse() ? nullptr : __libc_memalign(alignment, bytes));
 }
 
@@ -200,7 +175,7 @@ int posix_memalign(void** block, size_t alignment, size_t bytes) noexcept {
 
 void free(void* block) noexcept {
   if (block != nullptr) {
-    Note(&interposer::Deeds::frees);
+    Note(interposer::kFree);
     --g_live_blocks;
   }
   __libc_free(block);
@@ -209,29 +184,29 @@ void free(void* block) noexcept {
 // A function that notes the deed and goes on to the C library's of that name, behind it.
 #define PASS_ON(deed, Result, name, parameters, ...)                                               \
   Result name parameters {                                                                         \
-    Note(&interposer::Deeds::deed);                                                                \
+    Note(interposer::deed);                                                                        \
     return Next<name>(#name)(__VA_ARGS__);                                                         \
   }
-PASS_ON(waits, int, pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t* mutex),
+PASS_ON(kWait, int, pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t* mutex),
         condition, mutex)
-PASS_ON(waits, int, pthread_cond_clockwait,
+PASS_ON(kWait, int, pthread_cond_clockwait,
         (pthread_cond_t * condition, pthread_mutex_t* mutex, clockid_t clock,
          const timespec* until),
         condition, mutex, clock, until)
-PASS_ON(waits, int, usleep, (useconds_t microseconds), microseconds)
-PASS_ON(waits, int, nanosleep, (const timespec* duration, timespec* rest), duration, rest)
-PASS_ON(file_calls, ssize_t, read, (int fd, void* buffer, size_t bytes), fd, buffer, bytes)
-PASS_ON(file_calls, ssize_t, write, (int fd, const void* buffer, size_t bytes), fd, buffer, bytes)
-PASS_ON(file_calls, ssize_t, writev, (int fd, const iovec* pieces, int count), fd, pieces, count)
+PASS_ON(kWait, int, usleep, (useconds_t microseconds), microseconds)
+PASS_ON(kWait, int, nanosleep, (const timespec* duration, timespec* rest), duration, rest)
+PASS_ON(kFileCall, ssize_t, read, (int fd, void* buffer, size_t bytes), fd, buffer, bytes)
+PASS_ON(kFileCall, ssize_t, write, (int fd, const void* buffer, size_t bytes), fd, buffer, bytes)
+PASS_ON(kFileCall, ssize_t, writev, (int fd, const iovec* pieces, int count), fd, pieces, count)
 
 int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  Note(&interposer::Deeds::lock_calls);
-  if (t_watching.on) {
+  Note(interposer::kLock);
+  if (interposer::t_deeds != nullptr) {
     const int result = pthread_mutex_trylock(mutex);
     if (result != EBUSY) {
       return result;
     }
-    Note(&interposer::Deeds::waits);
+    Note(interposer::kWait);
   }
   return Next<pthread_mutex_lock>("pthread_mutex_lock")(mutex);
 }

@@ -7,20 +7,16 @@
 #ifndef TESTS_ROBUSTNESS_INTERPOSER_H_
 #define TESTS_ROBUSTNESS_INTERPOSER_H_
 
+#include <array>
 #include <cstdint>
 
 namespace interposer {
 
-constexpr uint64_t kNever = 0;
-
 // Fails the n-th allocation from here on (the first is 1), alone or with all that follow.
 class FailingAllocations {
  public:
-  enum class Extent { kOnce, kForGood };
-  FailingAllocations(uint64_t nth, Extent extent);
+  FailingAllocations(uint64_t nth, bool for_good);
   ~FailingAllocations();
-  FailingAllocations(const FailingAllocations&) = delete;
-  FailingAllocations& operator=(const FailingAllocations&) = delete;
 
   // Whether the n-th allocation has been asked for.
   bool reached() const;
@@ -30,24 +26,23 @@ class FailingAllocations {
 int64_t LiveBlocks();
 
 #if !defined(BINAURAL_TEST_SANITIZED)
-// What the calling thread has done while a watch lived.
-struct Deeds {
-  uint64_t allocations = 0;
-  uint64_t frees = 0;
-  uint64_t lock_calls = 0;  // pthread_mutex_lock
-  uint64_t waits = 0;       // a lock that was held, a condition, a sleep
-  uint64_t file_calls = 0;  // open, read, write and their like
-};
+// What real-time code must not do: the malloc family, free, pthread_mutex_lock; a lock that was held, a
+// condition, a sleep; read, write and their like.
+enum Deed { kAllocation, kFree, kLock, kWait, kFileCall, kDeeds };
+using Deeds = std::array<uint64_t, kDeeds>;
 
-class Watch {
- public:
-  Watch();
-  ~Watch();
-  Watch(const Watch&) = delete;
-  Watch& operator=(const Watch&) = delete;
+// Where the calling thread's are counted; null: it is not watched.
+extern thread_local Deeds* t_deeds;
 
-  Deeds deeds() const;
-};
+// How often the calling thread does each during a call.
+template <typename Call>
+Deeds DeedsOf(Call call) {
+  Deeds deeds{};
+  t_deeds = &deeds;
+  call();
+  t_deeds = nullptr;
+  return deeds;
+}
 #endif
 
 }  // namespace interposer

@@ -11,7 +11,6 @@ namespace {
 
 std::mutex g_mutex;
 std::shared_ptr<const Registration> g_last;  // guarded by g_mutex
-std::atomic<uint16_t> g_next_cookie{1};
 std::atomic<uint64_t> g_total_bytes{0};
 
 }  // namespace
@@ -56,10 +55,10 @@ bool BluetoothAudioSession::IsSessionReady() {
 }
 
 uint16_t BluetoothAudioSession::RegisterStatusCback(const PortStatusCallbacks& callbacks) {
-  auto registration = std::make_shared<Registration>();
-  registration->callbacks = callbacks;
-  uint16_t cookie = g_next_cookie++;
-  registration->cookie = cookie == 0 ? g_next_cookie++ : cookie;
+  static std::atomic<uint16_t> last_cookie{0};
+  uint16_t cookie = ++last_cookie;
+  cookie = cookie == 0 ? ++last_cookie : cookie;
+  auto registration = std::make_shared<const Registration>(Registration{callbacks, cookie});
   {
     std::lock_guard<std::mutex> lock(g_mutex);
     g_last = registration;
