@@ -91,14 +91,6 @@ ssize_t ModuleFixture::Read(size_t bytes) {
   return stream->read(stream, read_bytes.data(), bytes);
 }
 
-std::vector<std::string> ModuleFixture::Lines(const std::string& tag) {
-  std::vector<std::string> texts;
-  for (const LoggedLine& line : log.Take(tag)) {
-    texts.push_back("??VDIWEF?"[line.priority] + (" " + line.text));
-  }
-  return texts;
-}
-
 std::string AllOffCoefficients() {
   const std::string profile =
       R"(<include module_name="off"/><peq_band_gain_tuning mode="0" value="0"/></profile>)";

@@ -38,7 +38,7 @@ class ModuleFixture : public testing::Test {
   }
 
   // The lines of one tag since the last call, as "I text".
-  std::vector<std::string> Lines(const std::string& tag);
+  std::vector<std::string> Lines(const std::string& tag) { return log.TakeTexts(tag); }
 
   BinauralStreamInRuntimeParam& runtime() { return *record_get_runtime_parameters_1_0(); }
 

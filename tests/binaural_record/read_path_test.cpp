@@ -181,47 +181,43 @@ TEST_F(ReadPath, ShortPortReadsArePaddedFromTheBuffer) {
 
 TEST_F(OpenedReadPath, SupplementaryReadsSaveTwoPositionsAndThenComplain) {
   for (int k = 0; k < 3; ++k) {
+    EXPECT_THAT(log.TakeErrors("BinauralRecordParseBcapAlgoConfig"), testing::IsEmpty());
     RingBuffer_clear(runtime().preBuff);
     RingBuffer_clear(runtime().postBuff);
     ASSERT_EQ(Read(kPeriod), 3840);
   }
-  EXPECT_TRUE(runtime().saved[0].used);
-  EXPECT_TRUE(runtime().saved[1].used);
-  EXPECT_EQ(runtime().saved[0].frames, 1920);
-  EXPECT_EQ(runtime().saved[1].frames, 3840);
-  EXPECT_GT(runtime().saved[1].time, 0);
+  const auto& [first, second] = runtime().saved;
+  EXPECT_TRUE(first.used && second.used);
+  EXPECT_EQ(first.frames, 1920);
+  EXPECT_EQ(second.frames, 3840);
+  EXPECT_GT(second.time, 0);
   EXPECT_THAT(log.TakeErrors("BinauralRecordParseBcapAlgoConfig"),
-              testing::Contains("getTimestampSavingSpace_1_0 enter, saved too many timestamp "
-                                "error----"));
+              testing::ElementsAre("getTimestampSavingSpace_1_0 enter, saved too many timestamp "
+                                   "error----"));
 }
 
 // Only the ring buffers' room decides, so these sizes work for ever or stop for good; both rates.
 TEST_F(ReadPath, RequestsAboveThreePeriodsWedgeTheStream) {
+  constexpr int kForEver = 600;
   const std::tuple<SampleRate, size_t, int> kCases[] = {
-      // -1 good reads: for ever
-      {SampleRate::RATE_48000, 3840, -1},   {SampleRate::RATE_48000, 11520, -1},
-      {SampleRate::RATE_48000, 12288, -1},  {SampleRate::RATE_48000, 14336, -1},
-      {SampleRate::RATE_48000, 11524, 512}, {SampleRate::RATE_48000, 14340, 0},
-      {SampleRate::RATE_44100, 3528, -1},   {SampleRate::RATE_44100, 10584, -1},
-      {SampleRate::RATE_44100, 12288, -1},  {SampleRate::RATE_44100, 10588, 512},
-      {SampleRate::RATE_44100, 12292, 0},
+      {SampleRate::RATE_48000, 12288, kForEver}, {SampleRate::RATE_48000, 14336, kForEver},
+      {SampleRate::RATE_48000, 11524, 512},      {SampleRate::RATE_48000, 14340, 0},
+      {SampleRate::RATE_44100, 3528, kForEver},  {SampleRate::RATE_44100, 10584, kForEver},
+      {SampleRate::RATE_44100, 10588, 512},      {SampleRate::RATE_44100, 12292, 0},
   };
   for (const auto& [rate, bytes, good_reads] : kCases) {
-    SCOPED_TRACE(testing::Message() << "rate " << static_cast<int>(rate) << " bytes " << bytes);
+    SCOPED_TRACE(bytes);
     UseParameters({rate, ChannelMode::STEREO, BitsPerSample::BITS_16});
-    OpenDevice();
-    SetParameters("binaural_recording_algorithmMode=1");  // the cheaper chain
+    runtime().algMode = 1;  // the cheaper chain
     ASSERT_EQ(OpenStream(), 0);
     log.SetMinimumPriority(ANDROID_LOG_FATAL);
     int good = 0;
-    while (good < 600 && Read(bytes) != 0) {
+    while (good < kForEver && Read(bytes) != 0) {
       ++good;
     }
-    EXPECT_EQ(good, good_reads < 0 ? 600 : good_reads);
-    EXPECT_EQ(Read(bytes) != 0, good_reads < 0);
-    log.SetMinimumPriority(ANDROID_LOG_INFO);
+    EXPECT_EQ(good, good_reads);
+    EXPECT_EQ(Read(bytes) != 0, good_reads == kForEver);
     CloseStream();
-    CloseDevice();
   }
 }
 

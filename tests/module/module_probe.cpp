@@ -2,6 +2,7 @@
 // read. Loads the module file as the platform does, with the virtual headset behind it.
 //
 // usage: module_probe MODULE [STACK_LIMIT_BYTES]   prints "name value" lines; 1 when above the limit
+#include <dlfcn.h>
 #include <hardware/audio.h>
 #include <malloc.h>
 #include <pthread.h>
@@ -110,5 +111,6 @@ int main(int argc, char** argv) {
   std::printf("heap_bytes %zu\n", heap_open - heap_before);
   std::printf("stack_bytes %zu\n", stack);
   const size_t limit = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : kStackBytes;
-  return stack > 0 && stack <= limit ? 0 : 1;
+  const bool unloads = dlclose(module->dso) == 0;
+  return unloads && stack > 0 && stack <= limit ? 0 : 1;
 }

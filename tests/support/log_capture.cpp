@@ -31,22 +31,22 @@ std::vector<LoggedLine> LogCapture::Take() {
   return std::exchange(lines_, {});
 }
 
-std::vector<LoggedLine> LogCapture::Take(const std::string& tag) {
-  std::vector<LoggedLine> found;
-  for (LoggedLine& line : Take()) {
+std::vector<std::string> LogCapture::TakeTexts(const std::string& tag) {
+  std::vector<std::string> texts;
+  for (const LoggedLine& line : Take()) {
     if (line.tag == tag) {
-      found.push_back(std::move(line));
+      texts.push_back("??VDIWEF?"[line.priority] + (" " + line.text));
     }
   }
-  return found;
+  return texts;
 }
 
 std::vector<std::string> LogCapture::TakeErrors(const std::string& tag) {
-  std::vector<std::string> found;
-  for (LoggedLine& line : Take(tag)) {
-    if (line.priority >= ANDROID_LOG_ERROR) {
-      found.push_back(std::move(line.text));
+  std::vector<std::string> texts;
+  for (const LoggedLine& line : Take()) {
+    if (line.tag == tag && line.priority >= ANDROID_LOG_ERROR) {
+      texts.push_back(line.text);
     }
   }
-  return found;
+  return texts;
 }

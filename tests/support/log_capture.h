@@ -6,7 +6,6 @@
 #define TESTS_SUPPORT_LOG_CAPTURE_H_
 
 #include <mutex>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -16,15 +15,7 @@ struct LoggedLine {
   int priority;
   std::string tag;
   std::string text;
-
-  bool operator==(const LoggedLine& other) const {
-    return priority == other.priority && tag == other.tag && text == other.text;
-  }
 };
-
-inline std::ostream& operator<<(std::ostream& out, const LoggedLine& line) {
-  return out << "??VDIWEF?"[line.priority] << " " << line.tag << ": " << line.text;
-}
 
 class LogCapture {
  public:
@@ -37,8 +28,8 @@ class LogCapture {
 
   // All lines since the last call, in order.
   std::vector<LoggedLine> Take();
-  // Those of one tag; the others are dropped.
-  std::vector<LoggedLine> Take(const std::string& tag);
+  // Texts of one tag as "I text", with the letter of the level; the others are dropped.
+  std::vector<std::string> TakeTexts(const std::string& tag);
   // Texts of one tag at ERROR and above; the others are dropped.
   std::vector<std::string> TakeErrors(const std::string& tag);
 

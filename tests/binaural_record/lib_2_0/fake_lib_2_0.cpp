@@ -40,7 +40,10 @@ ENTRY(int, get_master_volume, (Device*, float* volume), (*volume = 0.5F, 107), "
 ENTRY(int, set_master_volume, (Device*, float volume), 108, "%g) ", double{volume})
 ENTRY(int, set_master_mute, (Device*, bool mute), 110, "%d) ", mute)
 ENTRY(int, get_master_mute, (Device*, bool* mute), (*mute = true, 111), ") ")
+#if !defined(INCOMPLETE)
 ENTRY(int, set_mode, (Device*, audio_mode_t mode), 112, "%d) ", static_cast<int>(mode))
+ENTRY(int, dump, (const Device*, int fd), 120, "%d) ", fd)
+#endif
 ENTRY(int, set_mic_mute, (Device*, bool state), 113, "%d) ", state)
 ENTRY(int, get_mic_mute, (const Device*, bool* state), (*state = true, 114), ") ")
 ENTRY(size_t, get_input_buffer_size, (const Device*, const audio_config* config), 115, "%u) ",
@@ -58,6 +61,5 @@ ENTRY(int, open_input_stream,
       (*stream = nullptr, 118), "%d,%x,%u,%d,%s,%d) ", handle, devices, config->sample_rate,
       static_cast<int>(flags), address, static_cast<int>(source))
 ENTRY(void, close_input_stream, (Device*, audio_stream_in* stream), , "%d) ", stream == nullptr)
-ENTRY(int, dump, (const Device*, int fd), 120, "%d) ", fd)
 
 }  // extern "C"

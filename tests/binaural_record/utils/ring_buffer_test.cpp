@@ -1,8 +1,9 @@
+// Answers, refusals and lines of the ring buffer; that bytes come out as they went in, in any order of
+// calls, is shown by its fuzz target.
 #include "binaural_record/utils/ring_buffer.h"
 
 #include <climits>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -20,25 +21,18 @@ using Log = std::vector<std::string>;
 // Every test has a buffer of 8 bytes.
 class RingBufferTest : public testing::Test {
  protected:
+  ~RingBufferTest() override { RingBuffer_destroy(ring_); }
   int Write(const char* text, int debug = 0) {
     return RingBuffer_write(ring_, text, static_cast<int>(strlen(text)), debug);
-  }
-  std::string Read(int count, int debug = 0) {
-    std::string text(static_cast<size_t>(count), '?');
-    EXPECT_EQ(RingBuffer_read(ring_, text.data(), count, debug), count);
-    return text;
   }
   void MoveTo(int32_t start, int32_t end) {
     ring_->start = start;
     ring_->end = end;
   }
-  std::pair<int, int> Positions() const { return {ring_->start, ring_->end}; }
   Log Errors() { return log_.TakeErrors("BinauralRecordRingbuffer"); }
 
   LogCapture log_;
-  const std::unique_ptr<RingBuffer, decltype(&RingBuffer_destroy)> owned_{RingBuffer_create(8),
-                                                                          RingBuffer_destroy};
-  RingBuffer* const ring_ = owned_.get();
+  RingBuffer* const ring_ = RingBuffer_create(8);
 };
 
 TEST_F(RingBufferTest, AnswersFollowThePositions) {
@@ -57,32 +51,6 @@ TEST_F(RingBufferTest, AnswersFollowThePositions) {
   }
 }
 
-TEST_F(RingBufferTest, BytesComeOutInOrderAcrossTheEnd) {
-  EXPECT_EQ(Write("abcdef"), 6);
-  EXPECT_EQ(Read(4), "abcd");
-  EXPECT_EQ(Write("ghij"), 4);  // two at the end, two at the beginning
-  EXPECT_EQ(ring_->end, 2);
-  EXPECT_EQ(Read(5), "efghi");
-  EXPECT_EQ(Write(""), 0);
-  EXPECT_EQ(Read(1), "j");
-  EXPECT_EQ(Positions(), std::pair(0, 0));  // drained: reset
-}
-
-// No slot is kept free: a write that fills the buffer exactly is lost.
-TEST_F(RingBufferTest, ExactlyFullReadsAsEmptyAndIsOverwritten) {
-  EXPECT_EQ(Write("abcdefgh"), 8);
-  EXPECT_EQ(RingBuffer_available_data(ring_), 0);
-  EXPECT_EQ(RingBuffer_available_space(ring_), 8u);
-  EXPECT_EQ(Write("xy"), 2);
-  EXPECT_EQ(Read(2), "xy");
-
-  MoveTo(2, 5);
-  EXPECT_EQ(Write("12345"), 5);
-  EXPECT_EQ(Positions(), std::pair(2, 2));
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(ring_->buffer), 2), "45");
-  EXPECT_EQ(RingBuffer_available_data(ring_), 0);
-}
-
 TEST_F(RingBufferTest, RefusalsChangeNothingAndSayWhy) {
   MoveTo(6, 2);
   char bytes[16] = {};
@@ -93,36 +61,40 @@ TEST_F(RingBufferTest, RefusalsChangeNothingAndSayWhy) {
                            "RingBuffer_read enter, Not enough in the buffer: has data 4, needs 5, "
                            "start 6, end 2, length 8"}));
   EXPECT_EQ(RingBuffer_write(ring_, nullptr, 1, 0), -1);
-  EXPECT_EQ(RingBuffer_write(nullptr, bytes, 1, 0), -1);
-  EXPECT_EQ(RingBuffer_write(ring_, bytes, -1, 0), -1);
   EXPECT_EQ(RingBuffer_write(ring_, bytes, INT_MIN, 0), -1);
-  EXPECT_EQ(Errors(), Log(4, "RingBuffer_write enter, RingBuffer_write params error"));
-  EXPECT_EQ(RingBuffer_read(ring_, nullptr, 1, 0), -1);
   EXPECT_EQ(RingBuffer_read(nullptr, bytes, 1, 0), -1);
-  EXPECT_EQ(RingBuffer_read(ring_, bytes, -1, 0), -1);
-  EXPECT_EQ(Errors(), Log(3, "RingBuffer_read enter, params error"));
-  EXPECT_EQ(Positions(), std::pair(6, 2));
+  EXPECT_EQ(Errors(), Log({"RingBuffer_write enter, RingBuffer_write params error",
+                           "RingBuffer_write enter, RingBuffer_write params error",
+                           "RingBuffer_read enter, params error"}));
+  EXPECT_EQ(std::pair(ring_->start, ring_->end), std::pair(6, 2));
 }
 
 TEST_F(RingBufferTest, WithoutABufferThereIsNeitherDataNorSpace) {
-  for (const int length : {0, -1, INT_MIN}) {
-    EXPECT_EQ(RingBuffer_create(length), nullptr) << length;
-  }
-  EXPECT_EQ(Errors(), Log(3, "RingBuffer_create enter, length error."));
+  EXPECT_EQ(RingBuffer_create(0), nullptr);
+  EXPECT_EQ(RingBuffer_create(INT_MIN), nullptr);
   EXPECT_EQ(RingBuffer_available_space(nullptr), 0u);
   EXPECT_EQ(RingBuffer_available_data(nullptr), 0);
   EXPECT_EQ(RingBuffer_full(nullptr), 0);
   EXPECT_EQ(RingBuffer_empty(nullptr), 1);
   RingBuffer_destroy(nullptr);
-  EXPECT_EQ(Errors(), Log());
   RingBuffer_clear(nullptr);
-  EXPECT_EQ(Errors(), Log({"RingBuffer_clear enter, null pointer error"}));
+  EXPECT_EQ(Errors(),
+            Log({"RingBuffer_create enter, length error.", "RingBuffer_create enter, length error.",
+                 "RingBuffer_clear enter, null pointer error"}));
+}
+
+TEST_F(RingBufferTest, ClearForgetsAndZeroes) {
+  Write("abc");
+  RingBuffer_clear(ring_);
+  EXPECT_EQ(std::pair(ring_->start, ring_->end), std::pair(0, 0));
+  EXPECT_EQ(std::string(ring_->buffer, ring_->buffer + 8), std::string(8, '\0'));
 }
 
 TEST_F(RingBufferTest, DebuggingCallersGetALineBeforeAndAfterAtError) {
-  Write("abc", 1);
-  Read(1);
-  Read(2, 1);
+  char bytes[2] = {};
+  EXPECT_EQ(Write("abc", 1), 3);
+  EXPECT_EQ(RingBuffer_read(ring_, bytes, 1, 0), 1);
+  EXPECT_EQ(RingBuffer_read(ring_, bytes, 2, 1), 2);
   EXPECT_EQ(
       Errors(),
       Log({"RingBuffer_write enter, before write: 8 space available, 3 request, start 0, end 0, "
@@ -146,13 +118,6 @@ TEST_F(RingBufferTest, PositionsOfAHugeBufferDoNotOverflow) {
   EXPECT_EQ(ring.end, 5);
   ring = {storage, INT_MAX, 1, 2};
   EXPECT_EQ(RingBuffer_write(&ring, storage, INT_MAX, 0), -1);
-}
-
-TEST_F(RingBufferTest, ClearForgetsAndZeroes) {
-  Write("abc");
-  RingBuffer_clear(ring_);
-  EXPECT_TRUE(RingBuffer_empty(ring_));
-  EXPECT_EQ(std::vector<uint8_t>(ring_->buffer, ring_->buffer + 8), std::vector<uint8_t>(8, 0));
 }
 
 }  // namespace
