@@ -45,7 +45,7 @@ std::string HasPictureName(const std::string& path) {
 int Run(int argc, char** argv) {
   CLI::App app{"See, check and hear a coefficient file of the binaural recording.",
                "binaural-tune"};
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);  // none is refused below, once an unknown one has been named
   app.set_version_flag("--version",
                        std::string("binaural-tune " BINAURAL_VERSION ", capture library ") +
                            bcap_get_version()->change);
@@ -150,6 +150,9 @@ int Run(int argc, char** argv) {
 
   try {
     app.parse(argc, argv);
+    if (app.get_subcommands().empty()) {
+      throw CLI::RequiredError("A subcommand");
+    }
   } catch (const CLI::ParseError& error) {
     return app.exit(error, std::cout, std::cerr) == 0 ? kClean : kUsage;
   }

@@ -81,6 +81,12 @@ TEST_F(TuneProgram, LintSpeaksTextJsonAndSarif) {
   EXPECT_EQ(place.at("region").at("startColumn"), 31);
 }
 
+TEST_F(TuneProgram, NamesWhatItDoesNotKnow) {
+  const RunResult run = Tune("lnit");
+  EXPECT_EQ(run.exit_code, 2);
+  EXPECT_THAT(run.err, HasSubstr("not expected: lnit"));
+}
+
 TEST_F(TuneProgram, HostileFilesEndInAMessageWithBoundedMemory) {
   folder.Write("sparse.xml", "");
   ASSERT_EQ(::truncate(folder.Path("sparse.xml").c_str(), off_t{2} << 30), 0);
