@@ -25,7 +25,8 @@ SPEAKERS, UTTERANCES = 240, 6
 SECONDS, NOISE_SECONDS = 10, 12  # a mixture takes any ten of the twelve
 PARTS = 1600  # voices, and as many noises
 MIXTURES_PER_NEW_PART = 5
-ANSWERS = 0.1
+ANSWERS = 0.05
+LATE = 0.35  # of the voices start seconds later: ambience alone, with nobody yet to tell it from, is the hardest
 # Mixtures at the end that only tell how training goes, never renewed; their voices and noises are the others', so that
 # how it does on new ones is for evaluate.py to say.
 HELD_BACK = 96
@@ -35,8 +36,9 @@ def voice_bank(seed):
     """SPEAKERS lists of utterances, made once."""
     path = os.path.join(WORK, f"voices-{seed}.pickle")
     if not os.path.exists(path):
-        rng = np.random.default_rng([seed, 1])
-        bank = [scenes.training_speaker(rng, UTTERANCES) for _ in range(SPEAKERS)]
+        with multiprocessing.Pool() as pool:
+            bank = pool.starmap(scenes.training_speaker,
+                                [(np.random.default_rng([seed, 1, k]), UTTERANCES) for k in range(SPEAKERS)], 1)
         with open(path, "wb") as file:
             pickle.dump(bank, file)
     with open(path, "rb") as file:
@@ -66,11 +68,16 @@ def make_part(seed, k, at, bank):
 
 def make_mixture(seed, k, at):
     rng = np.random.default_rng([seed, 3, k])
-    start = rng.integers((NOISE_SECONDS - SECONDS) * scenes.FS)
+    start, lead = rng.integers((NOISE_SECONDS - SECONDS) * scenes.FS), rng.integers(BLOCK)
     voice, noise = store("voices.npy"), store("noises.npy")
+    voice = voice[rng.integers(len(voice))].astype(np.float32)
+    if rng.random() < LATE:
+        late = rng.integers(5 * scenes.FS)
+        voice = np.pad(voice, ((0, 0), (late, 0)))[:, :voice.shape[1]]
     clean, noise = scenes.recorded(
-        rng, voice[rng.integers(len(voice))].astype(np.float32),
-        noise[rng.integers(len(noise)), :, start:start + SECONDS * scenes.FS].astype(np.float32), scenes.any_snr_db(rng))
+        rng, voice, noise[rng.integers(len(noise)), :, start:start + SECONDS * scenes.FS].astype(np.float32), scenes.any_snr_db(rng))
+    # The first samples come anywhere in the first block, as out of the stages before.
+    clean, noise = (np.pad(x, ((0, 0), (lead, 0)))[:, :x.shape[1]] for x in (clean, noise))
     mix = clean + noise
     store("features.npy")[at], store("targets.npy")[at] = capture_blocks.features(mix), compact_targets(clean, mix)
 
