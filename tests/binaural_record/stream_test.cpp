@@ -291,6 +291,22 @@ TEST_F(OpenedStream, PortPositionIsConvertedAsRequired) {
   }
 }
 
+TEST_F(OpenedStream, ForeignAndClosedPointersAreIgnored) {
+  audio_stream_in foreign{};
+  audio_stream_in* closed = stream;
+  log.Take();
+  device->close_input_stream(device, nullptr);
+  device->close_input_stream(device, &foreign);
+  EXPECT_EQ(log.TakeTexts(kTag).size(), 4u);  // an ERROR and the final line each
+  EXPECT_EQ(Read(3840), 3840);
+  CloseStream();
+  device->close_input_stream(device, closed);
+  // The memory is still there for a framework that loads a slot once more; the operation refuses.
+  EXPECT_EQ(closed->read(closed, read_bytes.data(), 3840), 0);
+  EXPECT_EQ(closed->common.get_buffer_size(&closed->common), 0u);
+  EXPECT_EQ(closed->common.standby(&closed->common), 0);
+}
+
 TEST_F(OpenedStream, EffectsAndMicrophoneControlsAreAcceptedAndIgnored) {
   size_t count = 9;
   const int answers[] = {common().add_audio_effect(&common(), nullptr),

@@ -369,6 +369,23 @@ TEST_F(PortTest, ConfigurationFollowsTheSession) {
                                 "0x3, .channelMode = 0x9, .bitsPerSample = 0x8}]"));
 }
 
+TEST_F(PortTest, AbortStartEndsAWaitAndTakesTheRequestBack) {
+  Script("answer never");
+  SetUpPort(port_);
+  const auto begin = steady_clock::now();
+  std::thread starting([this] { EXPECT_FALSE(port_.Start()); });
+  AwaitStarts(1);
+  port_.AbortStart();
+  starting.join();
+  EXPECT_LT(steady_clock::now() - begin, 4s);
+  EXPECT_EQ(virtual_headset::GetActivity().stops, 1U);
+
+  port_.TearDown();
+  Script("answer SUCCESS");
+  ASSERT_TRUE(port_.SetUp(kProxyDevice));
+  EXPECT_TRUE(port_.Start());  // it was for one life
+}
+
 TEST_F(PortTest, ReadsAndPositionsAreWhatTheSessionSays) {
   const std::tuple<const char*, size_t, size_t> cases[] = {
       {"full", 3840, 3840}, {"short 100", 3840, 100}, {"empty", 3840, 0}, {"over 64", 256, 320}};
