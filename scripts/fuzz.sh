@@ -15,9 +15,12 @@ seconds=${1:-60}
 [ $# -gt 0 ] && shift
 [ $# -gt 0 ] || set -- parameters coefficients ring_buffer library stream
 
-cmake --preset fuzz >/dev/null
 for target in "$@"; do
   [ -d "tests/fuzz/corpus/$target" ] || { echo "$0: no target \"$target\"; see --help" >&2; exit 2; }
+done
+
+cmake --preset fuzz >/dev/null
+for target in "$@"; do
   cmake --build build/fuzz --target "fuzz_$target"
 done
 for target in "$@"; do

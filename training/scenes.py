@@ -90,7 +90,7 @@ def training_speaker(rng, utterances):
             text = " ".join(text.split()[-rng.integers(1, 4):])
         x = spoken(voice, text, speed, pitch)
         if plain:
-            speaker.append(x / (np.sqrt(np.mean(x ** 2)) + 1e-9))
+            speaker.append(_unit(x))
             continue
         x = resample_poly(x, tract, 100)
         n = len(x)
@@ -110,7 +110,7 @@ def training_speaker(rng, utterances):
         if breath_db is not None:  # noise that follows the voice
             envelope = np.sqrt(oaconvolve(x ** 2, np.hanning(960) / 480, "same").clip(0)).astype(np.float32)
             x += coloured(rng, n, -3)[0] * envelope * 10 ** (breath_db / 20)
-        speaker.append(x / (np.sqrt(np.mean(x ** 2)) + 1e-9))
+        speaker.append(_unit(x))
     return speaker
 
 

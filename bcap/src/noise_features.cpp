@@ -10,6 +10,7 @@ namespace {
 // One tenth of a 16-bit step over the whole spectrum: digital silence is not infinitely quiet.
 constexpr float kSilence = 1e-12f;
 constexpr float kHeardAbove = -39.0f;  // log2 of energy, 3 dB above that
+
 // Per block of 512 frames. The floor falls within a few blocks and rises within about three seconds:
 // slower follows noise that swells too late, faster takes a held vowel for noise.
 constexpr float kLevelSmoothing = 0.7f;

@@ -6,11 +6,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/bcap/capture.h"
 #include "tests/tools/tune/tune_test_support.h"
 #include "tools/tune/audio_file.h"
 #include "tools/tune/coefficient_file.h"
 #include "tools/tune/measure.h"
-#include "tools/tune/processing.h"
 #include "tools/tune/response.h"
 #include "tools/tune/runtime.h"
 
@@ -88,16 +88,34 @@ TEST_F(TuneProcess, WithEverythingOffTheOutputIsTheInputWithoutDelay) {
   }
 }
 
-TEST_F(TuneProcess, UsesTheTuningAndTheInputsRateAndMatchesLoudnessOnRequest) {
-  const tune::Recording input = Sound(44100, 44100 * 8);
+// The built-in tuning of the normal scene.
+TEST_F(TuneProcess, EqualsTheLibraryUsedDirectlyWithoutItsDelay) {
+  for (const uint32_t rate_hz : {48000u, 44100u}) {
+    const tune::Recording input = Sound(rate_hz, 180 * kBlock);
+    WriteInput(input);
+    const RunResult run = Process("--force --headset Unknown");
+    EXPECT_THAT(run.out, HasSubstr("built-in values are used"));
+    Stereo sound(input.frames() + 2 * kBlock);
+    for (size_t n = 0; n < input.frames(); ++n) {
+      sound.left[n] = input.samples[2 * n];
+      sound.right[n] = input.samples[2 * n + 1];
+    }
+    sound = Capture(0, rate_hz).Everything().Process(sound).Part(1024, input.frames());
+    const std::vector<int16_t> output = Output().samples;
+    ASSERT_EQ(output.size(), 2 * sound.frames());
+    for (size_t n = 0; n < sound.frames(); ++n) {
+      ASSERT_EQ(std::pair(output[2 * n], output[2 * n + 1]),
+                std::pair(sound.left[n], sound.right[n]))
+          << n << ", " << rate_hz;
+    }
+  }
+}
+
+TEST_F(TuneProcess, MatchesLoudnessOnRequest) {
+  const tune::Recording input = Sound(48000, 48000 * 8);
   WriteInput(input);
   const double before = tune::MeasureLevels(input).loudness_lufs;
   Process("--force --headset H");
-  const tune::CoefficientFile file(file_);
-  tune::TuningRequest request = tune::RequestForSceneIndex("H", 0);
-  request.sample_rate_hz = 44100;
-  tune::TunedRuntime runtime(file.effective(), request);
-  EXPECT_TRUE(Output().samples == tune::Process(&runtime, input).recording.samples);
   EXPECT_GT(std::abs(tune::MeasureLevels(Output()).loudness_lufs - before), 1.0);
   Process("--force --headset H --match-loudness");
   EXPECT_NEAR(tune::MeasureLevels(Output()).loudness_lufs, before, 0.1);
