@@ -2,8 +2,9 @@
 """Draws docs/pictures/*.svg from the real code: signals go through the built library, block by block, as the module
 sends them, and gnuplot draws what comes out.
 
-    scripts/make_pictures.py            builds the library first; needs cmake, a compiler, numpy and gnuplot
+Builds the library first; needs cmake, a compiler, numpy and gnuplot.
 """
+import argparse
 import os
 import subprocess
 import sys
@@ -193,12 +194,17 @@ def postgain(library):
 
 
 def main():
+    pictures = {picture.__name__: picture for picture in (hpf, limiter, rnn, rmx, nfm, peq, lrc, postgain)}
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("pictures", nargs="*", metavar="PICTURE", help="of: " + " ".join(pictures) + "; all by default")
+    wanted = parser.parse_args().pictures
+    for name in wanted:
+        if name not in pictures:
+            parser.error(f"no picture \"{name}\"; there are: {' '.join(pictures)}")
     os.makedirs(FOLDER, exist_ok=True)
     library = build()
-    wanted = sys.argv[1:]
-    for picture in (hpf, limiter, rnn, rmx, nfm, peq, lrc, postgain):
-        if not wanted or picture.__name__ in wanted:
-            picture(library)
+    for name in wanted or pictures:
+        pictures[name](library)
 
 
 if __name__ == "__main__":

@@ -16,9 +16,9 @@ of long-term average speech spectra", JASA 96, 1994), summed over each band, mid
 own voice and a talker at two metres as they arrive at the ears; below 300 Hz it follows handling noise and
 room rumble, so that those never count as a voice.
 """
+import argparse
 import math
 import pathlib
-import sys
 
 import numpy as np
 from scipy.interpolate import PchipInterpolator
@@ -67,6 +67,8 @@ TABLES = {
 
 
 def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.parse_args()
     lines = ["// Preset tables for 48 kHz, lowest band first, in 1/16 dB. Written by scripts/make_tuning_tables.py,",
              "// where the method stands.", '#include "bcap.h"', "", "// clang-format off"]
     for name, values in TABLES.items():
@@ -76,7 +78,7 @@ def main():
             lines.append("  " + " ".join(f"{v:5d}," for v in values[i:i + 12]))
         lines.append("};")
     lines += ["// clang-format on", ""]
-    pathlib.Path(sys.argv[1]).write_text("\n".join(lines))
+    (pathlib.Path(__file__).parents[1] / "bcap/src/tuning_tables.cpp").write_text("\n".join(lines))
 
 
 if __name__ == "__main__":

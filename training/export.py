@@ -1,6 +1,6 @@
 """Writes the trained network as bcap/src/noise_network_weights.cpp: 8-bit rows with one scale each."""
+import argparse
 import os
-import sys
 
 import numpy as np
 import torch
@@ -37,8 +37,10 @@ def expected_gains(network):
 
 
 def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("state", nargs="?", default=os.path.join(WORK, "network.pt"), help="that train.py has written")
     network = Network()
-    network.load_state_dict(torch.load(sys.argv[1] if len(sys.argv) > 1 else os.path.join(WORK, "network.pt")))
+    network.load_state_dict(torch.load(parser.parse_args().state))
     text = "// Written by training/export.py from a trained network; docs/noise-network.md tells of the training.\n" \
         '#include "noise_network_weights.h"\n\nnamespace bcap {\n\n// clang-format off\n' \
         "const NoiseNetworkWeights kNoiseNetworkWeights = {\n" + ",\n".join([
