@@ -1,6 +1,7 @@
 """The 32-bit ARM module records what the x86-64 module records, within one step of 16-bit PCM. Behind the noise
-reduction a few samples at full scale may be some steps apart: its network rounds to 16 bits what goes from layer to
-layer, and a number on the edge falls to either side.
+reduction what they differ by lies 50 dB under the recording at any time: its network rounds its inputs to 16 bits, a
+number on the edge falls to either side, and the recurrent layers carry that on for as long as a sound is held
+(measured: 64 dB in the worst tenth of a second, one step nearly always).
 
 Brings the native recorder up to date, gives both recorders the same made-up WAV file and compares.
 
@@ -53,13 +54,14 @@ class Recordings(unittest.TestCase):
         sample = (ROOT / "etc/binaural_record_algo_coeffs.xml").read_text()
         without_network.write_text(re.sub('("rnn_enable" value=)"1"', r'\1"0"', sample))
         built_in, headset = [], ["--headset", "Alder Buds"]
-        cases = {"48 kHz, built-in tuning": (48000, built_in, 8),
-                 "44.1 kHz, built-in tuning": (44100, built_in, 8),
-                 "headset of the sample file": (48000, headset, 8),
-                 "mirrored selfie": (48000, headset + ["--orientation", "front", "--mirror"], 8),
-                 "no network": (48000, headset + ["--coefficients", str(without_network)], 1),
-                 "mode 1": (48000, ["--mode", "1"], 1)}
-        for name, (rate, options, most) in cases.items():
+        network = True
+        cases = {"48 kHz, built-in tuning": (48000, built_in, network),
+                 "44.1 kHz, built-in tuning": (44100, built_in, network),
+                 "headset of the sample file": (48000, headset, network),
+                 "mirrored selfie": (48000, headset + ["--orientation", "front", "--mirror"], network),
+                 "no network": (48000, headset + ["--coefficients", str(without_network)], not network),
+                 "mode 1": (48000, ["--mode", "1"], not network)}
+        for name, (rate, options, with_network) in cases.items():
             source = SCRATCH / f"input-{rate}.wav"
             if not source.exists():
                 write_input(source, rate)
@@ -69,9 +71,13 @@ class Recordings(unittest.TestCase):
                 self.assertEqual(len(native), len(arm))
                 self.assertGreaterEqual(len(native), 2 * rate * (SECONDS - 1))
                 self.assertGreater(max(native), 1000)
-                apart = [abs(a - b) for a, b in zip(native, arm)]
-                self.assertLessEqual(max(apart), most)
-                self.assertLess(sum(d > 1 for d in apart), len(apart) / 100)
+                apart = [a - b for a, b in zip(native, arm)]
+                if not with_network:
+                    self.assertLessEqual(max(map(abs, apart)), 1)
+                tenth = rate // 5  # of a second, both ears
+                for at in range(0, len(apart), tenth):
+                    difference, recording = (sum(x * x for x in of[at:at + tenth]) for of in (apart, native))
+                    self.assertLessEqual(difference, tenth + 1e-5 * recording, f"from {at / 2 / rate} s")
 
 
 if __name__ == "__main__":
