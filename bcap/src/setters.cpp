@@ -84,6 +84,8 @@ int store_bands(bcap_handle_t handle, const BandTableKind& kind, int32_t count,
     return BCAP_OK;
   }
   const int32_t expected = core->sample_rate == 44100 ? BCAP_BANDS_44100 : BCAP_BANDS_48000;
+  // Deliberate: a wrong count is reported and its values are applied all the same; of two codes, that of a
+  // clamped value stands.
   int result = count == expected ? BCAP_OK : kind.count_code;
   const int32_t seen = std::clamp(count, 0, kMostBandsRead);
   for (int32_t band = 0; band < std::max<int32_t>(seen, BCAP_MAX_BANDS); ++band) {
