@@ -1,5 +1,5 @@
 // What the recorder learns from the module's log without showing it: the last error, for its own
-// failure message, and the port's state, which no operation reports.
+// failure message, where its tuning comes from, and the port's state; no operation reports these.
 #ifndef TOOLS_RECORD_MODULE_WATCH_H
 #define TOOLS_RECORD_MODULE_WATCH_H
 
@@ -13,6 +13,10 @@ void WatchModuleLog(int priority, const char* tag, const char* text);
 
 // "tag: text" of the last line at ERROR; empty when there was none.
 std::string LastModuleError();
+// The line by which the device, when it was opened, refused its coefficient file; empty when it took it.
+std::string CoefficientRefusal();
+// Whether the stream opened last, or the last change of its mode, took its tuning from the coefficient file.
+bool TunedFromFile();
 std::string LastPortState();
 // When a read of a started session last got nothing; the clock's epoch when none did.
 std::chrono::steady_clock::time_point LastEmptyRead();

@@ -89,6 +89,7 @@ class Recorder {
   void ConfigureHeadset() const;
   void ChooseCoefficients();
   void OpenModule();
+  void CheckTuning();
   void CheckFormat() const;
   void StartCapture();
   void Watch();
@@ -231,7 +232,28 @@ void Recorder::OpenModule() {
   report_.period_bytes = session_->PeriodBytes();
   report_.request_bytes = report_.period_bytes * static_cast<size_t>(options_.periods);
   report_.device_buffer_bytes = session_->DeviceBufferBytes();
+  CheckTuning();
   CheckFormat();
+}
+
+// The module says only in its log that it works from its built-in tuning.
+void Recorder::CheckTuning() {
+  report_.coefficients_refused = CoefficientRefusal();
+  const bool taken = !report_.coefficients.empty() && report_.coefficients_refused.empty();
+  report_.tuned_from_file = taken && (report_.generation != "1.0" || TunedFromFile());
+  const std::string file = "\"" + report_.coefficients + "\"";
+  if (!report_.coefficients.empty() && !taken) {
+    Warn("the module does not use " + file + " but its built-in tuning (" +
+         report_.coefficients_refused +
+         "); \"binaural-tune lint\" says what is wrong with the file");
+  } else if (taken && !report_.tuned_from_file &&
+             (!options_.headset.empty() || !options_.coefficients.empty())) {
+    Warn(file + " has no tuning for " +
+         (options_.headset.empty() ? "a headset without a name"
+                                   : "the headset \"" + options_.headset + "\"") +
+         " in this scene and mode, so the module uses its built-in one; \"binaural-tune show\" " +
+         "lists the headsets of the file");
+  }
 }
 
 void Recorder::CheckFormat() const {
@@ -285,7 +307,7 @@ void Recorder::StartCapture() {
       (options_.input.empty() ? "the built-in " + options_.source : options_.input) + " to " +
       (options_.out == "-" ? "standard output" : options_.out) + ": " + report_.format.Text() +
       ", algorithm " + report_.generation + ", tuning " +
-      (report_.coefficients.empty() ? "built in" : report_.coefficients));
+      (report_.tuned_from_file ? report_.coefficients : "built in"));
   capture_ = std::make_unique<Capture>(
       CapturePlan{frames_wanted_, report_.request_bytes, RateHz(), channels, options_.at},
       *session_, *output_, *meter_);

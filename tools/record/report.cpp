@@ -135,6 +135,8 @@ void WriteJsonReport(const RecordOptions& options, const Report& report, const C
   json["module"] = TextOrNull(report.module);
   json["generation"] = TextOrNull(report.generation);
   json["coefficients"] = TextOrNull(report.coefficients);
+  json["coefficients_refused"] = TextOrNull(report.coefficients_refused);
+  json["tuned_from_file"] = report.tuned_from_file;
   json["sample_rate_hz"] = report.format.rate_hz;
   json["channels"] = report.format.Channels();
   json["sizes"] = {{"period_bytes", report.period_bytes},

@@ -20,7 +20,9 @@ struct Report {
   std::string error;               // what went wrong, for "failed"
   std::string module;
   std::string generation;
-  std::string coefficients;  // empty: the module's built-in tuning
+  std::string coefficients;          // empty: there is no coefficient file
+  std::string coefficients_refused;  // the module's line, when it did not take them
+  bool tuned_from_file = false;      // else the tuning is the module's built-in one
   StreamFormat format;
   size_t period_bytes = 0;
   size_t request_bytes = 0;

@@ -26,7 +26,9 @@ from pathlib import Path
 
 REFUSING_MODULE, OTHER_CLASS, NO_MODULE = sys.argv[1:4]
 RECORDER = sys.argv[4:]
-DOCUMENTS = Path(__file__).resolve().parents[3] / "docs"
+ROOT = Path(__file__).resolve().parents[3]
+DOCUMENTS = ROOT / "docs"
+SAMPLE = ROOT / "etc/binaural_record_algo_coeffs.xml"
 PATIENCE_S = 60  # with a step that takes milliseconds on a machine at rest
 
 
@@ -199,7 +201,7 @@ class Recording(RecorderTest):
             "outcome": "done", "exit_code": 0, "error": None, "frames": 96000, "duration_s": 2.0,
             "failed_reads": 0, "reads": 100, "generation": "1.0", "sample_rate_hz": 48000, "channels": 2,
             "pacing": "fast", "source": "scene", "output": "out.wav", "session_changes": 0,
-            "clipped_samples": 0, "port_state": "STARTED",
+            "clipped_samples": 0, "port_state": "STARTED", "coefficients_refused": None,
             "sizes": {"period_bytes": 3840, "request_bytes": 3840, "device_buffer_bytes": 3840},
         }.items():
             self.assertEqual(report[key], value, key)
@@ -360,6 +362,37 @@ class Faults(RecorderTest):
         self.assert_contains(text, ["warning: ", 'the recording ended before "late=1" was due',
                                     '"nothing" sets nothing', "add --orientation front",
                                     "taken up at the next change of mode only"])
+
+    def test_a_coefficient_file_that_the_module_refuses_is_named(self):
+        declaration = '<?xml version="1.0"?>'
+        for content, line in [
+            ("<tuning", "get BINAURAL_ALGO_COEFF_CONFIG_FILE fail."),
+            ('<tuning bnc_verson="1.1.0"/>', "declaration NULL."),
+            (declaration + '<tuning bnc_verson="1.0"/>', "bcn_version config error, please check.."),
+            (declaration + '<tuning bnc_verson="1.1.0"/>', "adev_parse_algo_config_coeff failed"),
+            (declaration + '<tuning bnc_verson="1.4.0"/>', "load_bcap_2_0_lib failed."),
+        ]:
+            with self.subTest(content):
+                Path("c.xml").write_text(content)
+                text = self.run_recorder("--fast", "--force", "-d", "0.2", "--coefficients", "c.xml",
+                                         "--json", "r.json", "out.wav")
+                self.assert_contains(text, ['warning: the module does not use "c.xml"', line, "tuning built in",
+                                            "binaural-tune lint"])
+                self.assertIn(line, self.report()["coefficients_refused"])
+
+    def test_a_headset_that_the_coefficient_file_does_not_tune_is_named(self):
+        for args, warning in [
+            (["--headset", "Alder Buds"], None), ([], None),
+            (["--headset", "Alder Bud"], 'has no tuning for the headset "Alder Bud"'),
+            (["--coefficients", str(SAMPLE)], "has no tuning for a headset without a name"),
+        ]:
+            with self.subTest(args):
+                text = self.run_recorder("--fast", "--force", "-d", "0.2", *args, "--json", "r.json", "out.wav")
+                self.assertEqual("warning: " in text, warning is not None, text)
+                self.assertIn(warning or "Recording", text)
+                tuned = args[-1:] == ["Alder Buds"]
+                self.assertEqual("tuning built in" in text, not tuned, text)
+                self.assertIs(self.report()["tuned_from_file"], tuned)
 
 
 class Talking(RecorderTest):
