@@ -183,7 +183,9 @@ extern "C" {
 
 int load_binaural_2_0_lib() noexcept {
   BINAURAL_LOG(INFO) << __func__ << " enter.";
-  UnloadLib20();  // a second open: the earlier handle is not leaked
+  ClearLib20Table();
+  // A second open counts the library twice and never gives that back: streams of the first may hold
+  // addresses of its code.
   // Deliberate: flags 0, neither RTLD_NOW nor RTLD_LAZY.
   lib_2_0_handle = dlopen(kLib20Path, 0);
   if (lib_2_0_handle == nullptr) {
@@ -247,7 +249,9 @@ int adev_binaural_close(hw_device_t* device) noexcept {
     BINAURAL_LOG(ERROR) << __func__ << ": " << device << " is not an open device, ignored";
     return 0;
   }
-  binaural_reap_streams();
+  if (!vendor::corva::binaural_record::AnyDevice()) {
+    binaural_reap_streams();
+  }
   StaticLock lock(gOpenCloseMutex);
   if (gAlgoVersion == kForwarded) {
     const auto release = lib_2_0_wrapper.release_algo_config_coeff.load();

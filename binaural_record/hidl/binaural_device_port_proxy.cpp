@@ -433,6 +433,9 @@ size_t BluetoothAudioPortIn::ReadData(void* buffer, size_t bytes) const {
   }
   const auto session = SessionOf(session_type_);
   const size_t read = session != nullptr ? session->InReadPcmData(buffer, bytes) : 0;
+  if (aborted_) {
+    return 0;  // The stream was closed meanwhile; its sound must not reach the algorithm of the next one.
+  }
   // A session that claims more than it was asked for must not push the counter ahead of the PCM.
   UpdatePresentationData(std::min(read, bytes));
   return read;

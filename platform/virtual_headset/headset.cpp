@@ -582,6 +582,12 @@ void Headset::AwaitDelivery(Ticket ticket, Lock& lock) {
   }
 }
 
+bool Headset::IsRegistered(const Registration& registration) const {
+  return std::any_of(registrations_.begin(), registrations_.end(), [&](const Registration& other) {
+    return other.callbacks == registration.callbacks;
+  });
+}
+
 void Headset::Deliver(const Callback& callback, const std::optional<Registration>& target,
                       Lock& lock) {
   const std::vector<Registration> targets =
@@ -595,6 +601,10 @@ void Headset::Deliver(const Callback& callback, const std::optional<Registration
   }
   const SessionParams params{behaviour_.parameters};
   for (const Registration& registration : targets) {
+    // The lock was open for the delivery before: who has unregistered meanwhile is called no more.
+    if (!target.has_value() && !IsRegistered(registration)) {
+      continue;
+    }
     uint16_t cookie = registration.cookie;
     if (callback.cookie.choice == Cookie::Choice::kWrong) {
       cookie ^= kWrongCookieFlip;

@@ -100,6 +100,7 @@ class Headset {
   Ticket Enqueue(const Callback& callback, int64_t delay_ns,
                  const std::optional<Registration>& target = std::nullopt);
   void AwaitDelivery(Ticket ticket, Lock& lock);
+  bool IsRegistered(const Registration& registration) const;
   void Deliver(const Callback& callback, const std::optional<Registration>& target, Lock& lock);
   int64_t NextDueNs() const;
 

@@ -134,8 +134,15 @@ TEST_F(Stream, FailedOpenIsClosedByTheCallerOrReaped) {
   EXPECT_THAT(log.TakeErrors(kTag),
               ElementsAre("binaural_open_input_stream enter: binaural_algorithm_init_1_0 fail---"));
   audio_stream_in* abandoned = stream;
+  audio_hw_device* first = device;
+  OpenDevice();
+  CloseDevice();
+  device = first;
+  EXPECT_EQ(virtual_headset::GetActivity().unregistrations, 0u);  // still that of the first device
+  runtime().saved[0] = {960, 20000000, true};
   EXPECT_EQ(OpenStream(), -1);
   EXPECT_EQ(virtual_headset::GetActivity().unregistrations, 1u);
+  EXPECT_FALSE(runtime().saved[0].used);  // not the new stream's position
   log.Take();
   device->close_input_stream(device, abandoned);
   EXPECT_THAT(log.TakeErrors(kTag), testing::SizeIs(1));  // no longer known, ignored

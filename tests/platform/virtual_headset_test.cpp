@@ -269,15 +269,19 @@ TEST_F(VirtualHeadsetTest, AReplacedSessionServesNothingAndItsCookieIsUsedAgain)
 TEST_F(VirtualHeadsetTest, UnregisteringWaitsForACallbackInProgress) {
   std::atomic<bool> left{false};
   std::thread remover;
+  uint16_t other = 0;
   const auto stay = [&](uint16_t cookie) {
+    Session()->UnregisterStatusCback(other);
     remover = std::thread([&left, cookie] {
       Session()->UnregisterStatusCback(cookie);
       EXPECT_TRUE(left);
     });
-    EXPECT_TRUE(Wait([](const Activity& a) { return a.unregistrations == 1; }));
+    EXPECT_TRUE(Wait([](const Activity& a) { return a.unregistrations == 2; }));
     left = true;
   };
   Session()->RegisterStatusCback({nullptr, stay, nullptr});
+  const auto called = [](uint16_t) { ADD_FAILURE() << "unregistered while the first was called"; };
+  other = Session()->RegisterStatusCback({nullptr, called, nullptr});
   Do("session-change");
   remover.join();
 }

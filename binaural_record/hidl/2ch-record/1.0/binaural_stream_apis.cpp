@@ -331,6 +331,7 @@ void binaural_reap_streams() noexcept {
       if (gStreamIn.compare_exchange_strong(expected, nullptr)) {
         // A failed sizing has left the ring buffers, and no close will come for them.
         binaural_algorithm_release_1_0(record_get_runtime_parameters_1_0());
+        ClearRuntimeExceptSettings(record_get_runtime_parameters_1_0());
       }
     }
     const BinauralStreamState state = port.GetState();

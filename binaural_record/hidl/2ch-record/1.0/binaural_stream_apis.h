@@ -41,7 +41,7 @@ extern std::atomic<BinauralStreamIn*> gStreamIn;
 // Returns 0; -22 when the port cannot be set up and -12 without memory (nothing published, *stream_in
 // null); -1 when the algorithm cannot be initialised.
 // Deliberate: after -1 the stream stays published, and the framework's close releases it. One that
-// is never closed is torn down at the next open or at the device's close.
+// is never closed is torn down at the next open or at the last device's close.
 // `config` is overwritten with the session's rate, channel mask and format.
 int binaural_open_input_stream(audio_hw_device* dev, audio_io_handle_t handle,
                                audio_devices_t devices, audio_config* config,

@@ -85,6 +85,11 @@ bool FreeDevice(const void* device) {
   return true;
 }
 
+bool AnyDevice() {
+  utils::StaticLock lock(gMutex);
+  return gDevices != nullptr;
+}
+
 void PublishStream(audio_hw_device* device, LiveStream* stream) {
   utils::StaticLock lock(gMutex);
   stream->next = gStreams;

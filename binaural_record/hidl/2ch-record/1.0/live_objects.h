@@ -5,7 +5,7 @@
 //    refused; the operation then answers its neutral value.
 // 2. A stream operation enters its stream (StreamGuard) and leaves it; a closing stream is entered
 //    no more, and its closer waits until everyone has left.
-// 3. A closed stream's memory stays until the next open or the device's close: the framework may
+// 3. A closed stream's memory stays until the next open or the last device's close: the framework may
 //    still load an operation slot from it. One that could not be emptied in time stays until then
 //    too, and longer while somebody is inside.
 // 4. One leaf mutex, held for the look-up only. Nothing here calls out.
@@ -43,6 +43,8 @@ BinauralRecordDevice* NewDevice();
 
 // Unregisters and frees; false, and nothing done, for a record that is not live.
 bool FreeDevice(const void* device);
+
+bool AnyDevice();
 
 // --- Streams --------------------------------------------------------------------------------------
 
