@@ -134,7 +134,7 @@ def main():
     features = np.load(os.path.join(WORK, "features.npy"), mmap_mode="r")
     targets = np.load(os.path.join(WORK, "targets.npy"), mmap_mode="r")
     count = len(features) - HELD_BACK
-    batch_of = lambda at: (torch.from_numpy(features[at].astype(np.float32)), torch.from_numpy(targets[at].astype(np.float32)))
+    batch_of = lambda at: [torch.from_numpy(part[at]).float() for part in (features, targets)]
     network = Network()
     if options.start:
         state = torch.load(options.start)
