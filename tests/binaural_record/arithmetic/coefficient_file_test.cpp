@@ -305,6 +305,26 @@ TEST_F(CoefficientFileTest, TheLogTellsTheWholeStory) {
   EXPECT_EQ(expected, log_.TakeTexts(kTag));
 }
 
+TEST_F(CoefficientFileTest, TheLogShowsTheModulesOfTheFirstThreeProfiles) {
+  std::string modules, profiles;
+  for (const std::string value : {"6", "7", "8", "9"}) {
+    modules +=
+        Module(Mode("value='0'", "<param name='selfie_mode' value='" + value + "'/>"), value);
+    profiles += Profile("<include module_name='" + value + "'/>" + kPeq);
+  }
+  ASSERT_EQ(0, Parse(Tuning(modules + Headset(kNfm + profiles))));
+  std::vector<std::string> shown;
+  for (const std::string& text : log_.TakeTexts(kTag)) {
+    if (text.find("SCENE_") != std::string::npos) {
+      shown.push_back(text.substr(0, text.find(" hpfEn=")));
+    }
+  }
+  ASSERT_EQ(12u, shown.size());
+  const std::string kSelf = "I adev_parse_algo_config_coeff_1_0 enter, ";
+  EXPECT_EQ(kSelf + "SCENE_SELFIE onepass: selfieModeEn=7", shown[4]);
+  EXPECT_EQ(kSelf + "SCENE_SELFIE_MIRROR onepass: selfieModeEn=8", shown[8]);
+}
+
 TEST_F(CoefficientFileTest, DeviceOpenPublishesEachResultAndReleaseKeepsFlagAndCounts) {
   host_redirect(BINAURAL_ALGO_COEFF_CONFIG_FILE, path_.c_str());
   const AlgoConfigCoeff* store = get_bcap_algo_config_coeff_1_0();

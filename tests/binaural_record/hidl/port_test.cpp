@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "binaural_record/hidl/binaural_defaults.h"
 #include "tests/support/headset_control.h"
 #include "tests/support/log_capture.h"
 
@@ -33,14 +34,17 @@ constexpr char kGone[] = "E : BluetoothAudioPortIn is not in use";
 
 // Access to private members for the behaviours that no operation leads to: an explicit instantiation
 // may name them.
-template <auto Mono, auto Bytes>
+template <auto Mono, auto Bytes, auto Time>
 struct Expose {
   friend constexpr auto MonoFlag() { return Mono; }
   friend constexpr auto BytesRead() { return Bytes; }
+  friend constexpr auto LastReadTime() { return Time; }
 };
 constexpr auto MonoFlag();
 constexpr auto BytesRead();
-template struct Expose<&BluetoothAudioPortIn::mono_, &BluetoothAudioPortIn::total_bytes_read_>;
+constexpr auto LastReadTime();
+template struct Expose<&BluetoothAudioPortIn::mono_, &BluetoothAudioPortIn::total_bytes_read_,
+                       &BluetoothAudioPortIn::last_read_time_>;
 
 std::atomic<clockid_t> g_wait_clock{-1};
 
@@ -75,6 +79,10 @@ class PortTest : public testing::Test {
     ASSERT_TRUE(port_.Start());
     Lines();
   }
+  std::chrono::nanoseconds LastRead() {
+    const timespec& time = port_.*LastReadTime();
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+  }
   // Waits for the starts that other threads are about to ask the session for.
   static void AwaitStarts(uint64_t count) {
     ASSERT_TRUE(
@@ -92,13 +100,18 @@ TEST_F(PortTest, SetUpMapsTheDeviceAndNeedsACookie) {
       "session_type=BINAURAL_RECORD_SOFTWARE_ENCODING_DATAPATH is not ready";
   // Callbacks from within: the cookie is not known yet.
   const char inside[] = "inside register session-change\nduring register result SUCCESS";
+  // TearDown's line shows which session type is left.
+  const Log unknown = {"E init_session_typeunknown device=0x80000004",
+                       "E TearDown: session_type=UNKNOWN, cookie=0x0000 unknown monitor"};
+  const char unused[] = "E TearDown: <0> unknown monitor";
+  const char used[] = "I TearDown: <1>";
   const std::tuple<const char*, audio_devices_t, bool, State, Log> cases[] = {
-      {"", kProxyDevice, true, State::STANDBY, {mapped, "I SetUp: <1>"}},
-      {"", 0x80000004, false, State::DISABLED, {"E init_session_typeunknown device=0x80000004"}},
-      {"ready no", kProxyDevice, false, State::DISABLED, {mapped, not_ready}},
-      {"instance absent", kProxyDevice, false, State::DISABLED, {mapped, not_ready}},
-      {"register zero", kProxyDevice, false, State::STANDBY, {mapped, "I SetUp: <0>"}},
-      {inside, kProxyDevice, true, State::STANDBY, {mapped, kGone, kGone, "I SetUp: <1>"}},
+      {"", kProxyDevice, true, State::STANDBY, {mapped, "I SetUp: <1>", used}},
+      {"", 0x80000004, false, State::DISABLED, unknown},
+      {"ready no", kProxyDevice, false, State::DISABLED, {mapped, not_ready, unused}},
+      {"instance absent", kProxyDevice, false, State::DISABLED, {mapped, not_ready, unused}},
+      {"register zero", kProxyDevice, false, State::STANDBY, {mapped, "I SetUp: <0>", unused}},
+      {inside, kProxyDevice, true, State::STANDBY, {mapped, kGone, kGone, "I SetUp: <1>", used}},
   };
   for (const auto& [script, device, result, state, lines] : cases) {
     SCOPED_TRACE(script + std::to_string(device));
@@ -107,6 +120,8 @@ TEST_F(PortTest, SetUpMapsTheDeviceAndNeedsACookie) {
     BluetoothAudioPortIn port;
     EXPECT_EQ(port.SetUp(device), result);
     EXPECT_EQ(port.in_use(), result);
+    EXPECT_EQ(port.GetState(), state);
+    port.TearDown();
     EXPECT_EQ(port.GetState(), state);
     EXPECT_EQ(Lines(), lines);
   }
@@ -145,6 +160,9 @@ TEST_F(PortTest, ALifeFromSetUpToTearDownIsLoggedLineByLine) {
   Do("result SUCCESS");  // counts only while starting
   EXPECT_EQ(port_.GetState(), State::STANDBY);
   EXPECT_TRUE(port_.Start());
+  port_.*MonoFlag() = true;
+  EXPECT_TRUE(port_.Start());  // requested whatever the state
+  EXPECT_EQ(virtual_headset::GetActivity().starts, 2U);
   Do("result FAILURE");
   Do("session-params cookie wrong");  // not compared
   Do("session-change cookie 0x00ab");
@@ -168,6 +186,10 @@ TEST_F(PortTest, ALifeFromSetUpToTearDownIsLoggedLineByLine) {
       "I control_result_cb: <1>, previous_state=STARTING, status=SUCCESS",
       "V CondwaitState: <1> waiting for STARTED",
       "I Start: <1>, state=STARTED, mono=false done",
+      "I Start: <1>, state=STARTED, mono=true request",
+      "I control_result_cb: <1>, previous_state=STARTING, status=SUCCESS",
+      "V CondwaitState: <1> waiting for STARTED",
+      "I Start: <1>, state=STARTED, mono=true done",
       "I control_result_cb: <1>, previous_state=STARTED, status=FAILURE",
       "E control_result_cb: unexpected status=FAILURE for <1>, previous_state=STARTED",
       "E session_changed_cb: proxy of device port (cookie=0x00ab) is corrupted",
@@ -203,6 +225,7 @@ TEST_F(PortTest, ARefusedStartRequestEndsAtOnce) {
 }
 
 TEST_F(PortTest, WithoutSuccessAStartLastsItsFullTime) {
+  EXPECT_EQ(kBinauralInDefaultStateTimeoutMs, 20U);  // not what is waited for
   Script("answer never");
   // The first port is told every failure, the second that its session changed, the third nothing of
   // its own.
@@ -387,18 +410,30 @@ TEST_F(PortTest, AbortStartEndsAWaitAndTakesTheRequestBack) {
 }
 
 TEST_F(PortTest, ReadsAndPositionsAreWhatTheSessionSays) {
-  const std::tuple<const char*, size_t, size_t> cases[] = {
-      {"full", 3840, 3840}, {"short 100", 3840, 100}, {"empty", 3840, 0}, {"over 64", 256, 320}};
+  // Whatever the state of the port.
+  const std::tuple<const char*, State, size_t, size_t> cases[] = {
+      {"full", State::DISABLED, 3840, 3840},
+      {"short 100", State::STANDBY, 3840, 100},
+      {"over 64", State::STARTING, 256, 320},
+      {"empty", State::STARTED, 3840, 0}};
   StartPort();
   std::vector<uint8_t> pcm(3840);
-  for (const auto& [reads, bytes, result] : cases) {
+  for (const auto& [reads, state, bytes, result] : cases) {
     Do("reads " + std::string(reads));
+    port_.SetState(state);
+    const auto begin = steady_clock::now();
     EXPECT_EQ(port_.ReadData(pcm.data(), bytes), result) << reads;
+    EXPECT_GE(LastRead(), begin.time_since_epoch()) << reads;
+    EXPECT_LE(LastRead(), steady_clock::now().time_since_epoch()) << reads;
   }
   EXPECT_EQ(port_.ReadData(nullptr, 16), 0U);
   EXPECT_EQ(port_.*BytesRead(), 4196U);  // what fits
+  const auto last_read = LastRead();
   port_.Stop();
   EXPECT_EQ(port_.*BytesRead(), 0U);
+  EXPECT_EQ(LastRead(), last_read);
+  EXPECT_EQ(port_.UpdatePresentationData(7), 7U);
+  EXPECT_EQ(port_.*BytesRead(), 7U);
 
   // The position is the session's own, in use or not.
   port_.TearDown();
@@ -423,6 +458,7 @@ TEST_F(PortTest, AMonoReadAsksForHalfAndLeavesTheBufferAlone) {
   Do("reads short 3");
   EXPECT_EQ(port_.ReadData(pcm, 8), 6U);
   EXPECT_EQ(port_.*BytesRead(), 0U);
+  EXPECT_EQ(LastRead(), 0ns);
   EXPECT_EQ(port_.ReadData(pcm, 3), 0U);
   EXPECT_EQ(Lines(), Log({"E ReadData enter, read_frames error-----"}));
 }

@@ -314,6 +314,7 @@ bool parse_profile_configs(Reading& reading, const XMLElement& headset_element,
   uint32_t position = 0;
   for (; position < kAlgoProfiles && element != nullptr && reading.GoesOn(ok); ++position) {
     ProfileConfig* profile = &headset->profiles[position];
+    // Deliberate: the first message speaks of a module's name.
     if (ReadName(reading, __func__, *element, profile->profileName, " load moduleName fail ",
                  " profileName len is too long. ")) {
       BINAURAL_LOG(INFO) << __func__ << " profileName=" << profile->profileName;

@@ -241,6 +241,7 @@ void algo_change_scene_parameters(BinauralStreamInRuntimeParam* runtime, BcapAlg
                      << " mode=" << mode << " index= " << index;
   BINAURAL_LOG(INFO) << __func__
                      << " coeffBuf->parseConfigSuccessFlag = " << store.parseConfigSuccessFlag;
+  // Deliberate: the headset of gRuntimeParam, whichever record is tuned.
   const TuningChoice choice = ChooseTuning(store, gRuntimeParam.btHeadsetName, index, mode);
   LogChoice(choice, store.parseConfigSuccessFlag != 0, __func__);
   if (mode != 0) {
@@ -271,6 +272,7 @@ int binaural_algorithm_init_1_0(BinauralStreamInRuntimeParam* runtime, int mode,
   RuntimeLock lock(gRuntimeMutex);
   if (runtime->algInited) {
     if (!force && runtime->bcapInfo_.mode == static_cast<uint32_t>(mode)) {
+      // Deliberate: ERROR, although nothing failed.
       BINAURAL_LOG(ERROR) << __func__ << ": enter, already mode " << mode << ", return----";
       return 0;
     }
