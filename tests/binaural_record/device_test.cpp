@@ -94,11 +94,13 @@ TEST_F(Device, ParametersAreStoredOrRefused) {
 TEST_F(Device, WithoutAStreamSetIsQuietAndGetAnswersNull) {
   log.SetMinimumPriority(ANDROID_LOG_VERBOSE);
   log.Take();
-  EXPECT_EQ(SetParameters("a=1"), 0);
+  EXPECT_EQ(SetParameters("binaural_recording_bt_name=a"), 0);
   EXPECT_EQ(device->get_parameters(device, "a"), nullptr);
   EXPECT_EQ(device->get_parameters(device, ""), nullptr);
   EXPECT_EQ(device->get_parameters(device, nullptr), nullptr);
-  EXPECT_EQ(Lines(), Log({"V adev_set_parameters_1_0: ParamsMap=[key: 'a' value: '1'", "V ]",
+  EXPECT_EQ(Lines(), Log({"V adev_set_parameters_1_0: "
+                          "ParamsMap=[key: 'binaural_recording_bt_name' value: 'a'",
+                          "V ]", "V adev_set_parameters_1_0: found binaural_recording_bt_name a",
                           "V adev_set_parameters_1_0: enter in nullptr.",
                           "V adev_get_parameters_1_0: ParamsMap=[key: 'a' value: ''", "V ]",
                           "E adev_get_parameters_1_0: enter in nullptr"}));

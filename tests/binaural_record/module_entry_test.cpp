@@ -19,6 +19,7 @@
 namespace {
 
 using testing::ElementsAre;
+using Log = std::vector<std::string>;
 
 constexpr char kTag[] = "BinauralRecordIf";
 constexpr char kLibrary[] = "/odm/lib64/hw/libbinaural_record_bcap-2.0.so";
@@ -46,7 +47,41 @@ class ModuleEntry : public ModuleFixture {
     OpenDevice();
     EXPECT_EQ(gAlgoVersion, library == kComplete ? 2 : 0);
   }
+
+  // What each operation answers, get_parameters last and as a number, -1 for null.
+  std::vector<int> CallEveryOperation() {
+    bool flag = false;
+    audio_config forwarded{};
+    forwarded.sample_rate = 44100;
+    audio_stream_out* out = nullptr;
+    audio_stream_in* in = nullptr;
+    std::vector<int> answers = {
+        device->init_check(device),
+        device->set_voice_volume(device, 0.25F),
+        device->set_master_volume(device, 0.75F),
+        device->get_master_volume(device, &volume),
+        device->set_mode(device, AUDIO_MODE_IN_CALL),
+        device->set_mic_mute(device, true),
+        device->get_mic_mute(device, &flag),
+        device->set_parameters(device, "a=1"),
+        static_cast<int>(device->get_input_buffer_size(device, &forwarded)),
+        device->open_output_stream(device, 1, 2, AUDIO_OUTPUT_FLAG_NONE, &forwarded, &out, "o"),
+        device->open_input_stream(device, 3, 4, &forwarded, &in, AUDIO_INPUT_FLAG_RAW, "i",
+                                  AUDIO_SOURCE_MIC),
+        device->dump(device, -1),
+        device->set_master_mute(device, true),
+        device->get_master_mute(device, &flag)};
+    char* text = device->get_parameters(device, "a");
+    answers.push_back(text == nullptr ? -1 : atoi(text));
+    free(text);
+    device->close_output_stream(device, nullptr);
+    device->close_input_stream(device, nullptr);
+    return answers;
+  }
+
   ~ModuleEntry() override { host_redirect(kLibrary, nullptr); }
+
+  float volume = 0;
 };
 
 TEST_F(ModuleEntry, OtherInterfaceNamesAreRefused) {
@@ -125,36 +160,9 @@ TEST_F(ModuleEntry, FolderOrPipeInPlaceOfTheFileIsRefusedAtOnce) {
 TEST_F(ModuleEntry, Generation2ForwardsEveryOperationWithItsArguments) {
   OpenWithLibrary(kComplete);
   EXPECT_EQ(Lib20Calls(), "parse_algo_config_coeff() ");
-  float volume = 0;
-  bool flag = false;
-  audio_config forwarded{};
-  forwarded.sample_rate = 44100;
-  audio_stream_out* out = nullptr;
-  audio_stream_in* in = nullptr;
-  const int answers[] = {
-      device->init_check(device),
-      device->set_voice_volume(device, 0.25F),
-      device->set_master_volume(device, 0.75F),
-      device->get_master_volume(device, &volume),
-      device->set_mode(device, AUDIO_MODE_IN_CALL),
-      device->set_mic_mute(device, true),
-      device->get_mic_mute(device, &flag),
-      device->set_parameters(device, "a=1"),
-      static_cast<int>(device->get_input_buffer_size(device, &forwarded)),
-      device->open_output_stream(device, 1, 2, AUDIO_OUTPUT_FLAG_NONE, &forwarded, &out, "o"),
-      device->open_input_stream(device, 3, 4, &forwarded, &in, AUDIO_INPUT_FLAG_RAW, "i",
-                                AUDIO_SOURCE_MIC),
-      device->dump(device, -1),
-      device->set_master_mute(device, true),
-      device->get_master_mute(device, &flag)};
-  EXPECT_THAT(answers,
-              ElementsAre(105, 106, 108, 107, 112, 113, 114, 103, 115, 116, 118, 120, 110, 111));
+  EXPECT_THAT(CallEveryOperation(), ElementsAre(105, 106, 108, 107, 112, 113, 114, 103, 115, 116,
+                                                118, 120, 110, 111, 104));
   EXPECT_EQ(volume, 0.5F);
-  char* text = device->get_parameters(device, "a");
-  EXPECT_STREQ(text, "104");
-  free(text);
-  device->close_output_stream(device, nullptr);
-  device->close_input_stream(device, nullptr);
   EXPECT_EQ(Lib20Calls(),
             "init_check() set_voice_volume(0.25) set_master_volume(0.75) get_master_volume() "
             "set_mode(2) set_mic_mute(1) get_mic_mute() set_parameters(a=1) "
@@ -163,19 +171,51 @@ TEST_F(ModuleEntry, Generation2ForwardsEveryOperationWithItsArguments) {
             "get_parameters(a) close_output_stream(1) close_input_stream(1) ");
 }
 
+// The table is empty, as after a close.
+TEST_F(ModuleEntry, AbsentEntryPointsAreNamed) {
+  ASSERT_EQ(OpenStream(), 0);
+  gAlgoVersion = 2;
+  log.Take();
+  // Only get_parameters has the built-in operation's answer, the empty text of the open stream.
+  EXPECT_THAT(CallEveryOperation(),
+              ElementsAre(-1, -1, -1, -1, -1, -1, -1, -1, 0, -1, -1, -1, -1, -1, 0));
+  EXPECT_EQ(Lines(kTag),
+            Log({"E adev_init_check_hidl get lib_2_0_wrapper.init_check fail.",
+                 "E adev_set_voice_volume_hidl get lib_2_0_wrapper.set_voice_volume fail.",
+                 "E adev_set_master_volume_hidl get lib_2_0_wrapper.set_master_volume fail.",
+                 "E adev_get_master_volume_hidl get lib_2_0_wrapper.get_master_volume fail.",
+                 "E adev_set_mode_hidl get lib_2_0_wrapper.set_mode fail.",
+                 "E adev_set_mic_mute_hidl get lib_2_0_wrapper.set_mic_mute fail.",
+                 "E adev_get_mic_mute_hidl get lib_2_0_wrapper.get_mic_mute fail.",
+                 "E adev_set_parameters_hidl get lib_2_0_wrapper.set_parameters fail.",
+                 "E adev_get_input_buffer_size_hidl lib_2_0_wrapper.get_input_buffer_size fail.",
+                 "E adev_open_output_stream_hidl get lib_2_0_wrapper.open_output_stream fail.",
+                 "E adev_open_input_stream_hidl get lib_2_0_wrapper.open_input_stream fail.",
+                 "E adev_dump_hidl get lib_2_0_wrapper.dump fail.",
+                 "E adev_set_master_mute_hidl get lib_2_0_wrapper.set_master_mute fail.",
+                 "E adev_get_master_mute_hidl get lib_2_0_wrapper.get_master_mute fail.",
+                 "E adev_get_parameters_hidl get lib_2_0_wrapper.get_parameters fail.",
+                 "E adev_close_output_stream_hidl get lib_2_0_wrapper.close_output_stream fail.",
+                 "E adev_close_input_stream_hidl lib_2_0_wrapper.close_input_stream fail."}));
+  gAlgoVersion = 0;  // for the stream's close
+}
+
 TEST_F(ModuleEntry, LibraryThatDoesNotLoadOrLacksAnEntryPointIsUnloadedWhole) {
-  const std::pair<std::string, std::string> kCases[] = {
-      {folder + "/etc/binaural_record_algo_coeffs.xml",
-       std::string("dlopen failed for ") + kLibrary},
-      {LIB_2_0_FOLDER "/incomplete.so", "dlsym lib_2_0_wrapper.set_mode failed."}};
-  for (const auto& [file, reason] : kCases) {
+  const std::string loader = "E load_binaural_2_0_lib: ",
+                    end = "I load_binaural_2_0_lib symErr out---";
+  const std::pair<std::string, Log> kCases[] = {
+      {folder + "/etc/binaural_record_algo_coeffs.xml", {loader + "dlopen failed for " + kLibrary}},
+      {LIB_2_0_FOLDER "/incomplete.so", {loader + "dlsym lib_2_0_wrapper.set_mode failed.", end}},
+      {LIB_2_0_FOLDER "/no_dump.so", {loader + "dlsym lib_2_0_wrapper.dump failed.", end}}};
+  for (auto [file, lines] : kCases) {
     SCOPED_TRACE(file);
     OpenWithLibrary(file);
     EXPECT_EQ(lib_2_0_handle, nullptr);
     EXPECT_EQ(lib_2_0_wrapper.set_parameters.load(), nullptr);
-    EXPECT_THAT(log.TakeErrors(kTag),
-                ElementsAre("load_binaural_2_0_lib: " + reason,
-                            "adev_binaural_record_open: access or load_bcap_2_0_lib failed."));
+    lines.insert(lines.begin(), "I load_binaural_2_0_lib enter.");
+    lines.emplace_back("E adev_binaural_record_open: access or load_bcap_2_0_lib failed.");
+    const Log logged = Lines(kTag);  // the first four: how the file was read
+    EXPECT_EQ(Log(logged.begin() + 4, logged.end()), lines);
     CloseDevice();
   }
 }
@@ -213,20 +253,6 @@ TEST_F(ModuleEntry, AfterCloseInGeneration2OnlyGetParametersStillAnswers) {
   EXPECT_EQ(gAlgoVersion, 2);
   EXPECT_EQ(adev_get_parameters_hidl(nullptr, "a"), nullptr);  // built in: no stream
   EXPECT_EQ(adev_set_parameters_hidl(nullptr, "a=1"), -1);
-  EXPECT_EQ(adev_init_check_hidl(nullptr), -1);
-  EXPECT_EQ(adev_get_input_buffer_size_hidl(nullptr, nullptr), 0u);
-  adev_close_output_stream_hidl(nullptr, nullptr);
-  adev_close_input_stream_hidl(nullptr, nullptr);
-  EXPECT_EQ(adev_set_mode_hidl(nullptr, AUDIO_MODE_NORMAL), -1);
-  EXPECT_THAT(
-      log.TakeErrors(kTag),
-      ElementsAre("adev_get_parameters_hidl get lib_2_0_wrapper.get_parameters fail.",
-                  "adev_set_parameters_hidl get lib_2_0_wrapper.set_parameters fail.",
-                  "adev_init_check_hidl get lib_2_0_wrapper.init_check fail.",
-                  "adev_get_input_buffer_size_hidl lib_2_0_wrapper.get_input_buffer_size fail.",
-                  "adev_close_output_stream_hidl get lib_2_0_wrapper.close_output_stream fail.",
-                  "adev_close_input_stream_hidl lib_2_0_wrapper.close_input_stream fail.",
-                  "adev_set_mode_hidl get lib_2_0_wrapper.set_mode fail."));
   device = first;
 }
 

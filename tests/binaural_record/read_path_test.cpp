@@ -97,6 +97,10 @@ TEST_F(ReadPath, FailuresReturnZeroAndSayWhy) {
   const std::string mode = "alg_process enter, runtimeParams->bcapInfo_.mode error return----";
   const std::string full = "alg_process enter, RingBuffer_write failed-----";
   const std::string length = "supplementaryDataRead, additionReadLen error.";
+  const std::string no_more = "supplementaryDataRead----RingBuffer_write failed--";
+  const std::string no_block = "alg_process enter, RingBuffer_read failed----";
+  const std::string too_few =
+      "in_read, RingBuffer has not enough data, return 0, avail buffer 256bytes needs 1024";
   const std::string more = "alg_process, supplementaryDataRead fail----";
   const std::string failed = "in_read, alg_process failed--";
   const auto nothing = [] {};
@@ -108,6 +112,12 @@ TEST_F(ReadPath, FailuresReturnZeroAndSayWhy) {
     runtime().postBuff->start = 0;
     runtime().postBuff->end = 13400;
   };
+  const auto period = [this](uint32_t frames) {
+    return [this, frames] {
+      RingBuffer_clear(runtime().preBuff);
+      in().frames_count_ = frames;
+    };
+  };
   const auto no_stream = [this] {
     RingBuffer_clear(runtime().preBuff);
     gStreamIn = nullptr;
@@ -118,7 +128,16 @@ TEST_F(ReadPath, FailuresReturnZeroAndSayWhy) {
   fails("mode 2", mode_2, kPeriod, {mode, failed}, 3584 + 3840 - 2048, 256);
   fails("library error", one_channel, kPeriod, {failed}, 3584 + 3840 - 2048, 256);
   fails("postBuff full", post_full, 14336, {full, failed}, 14336 - 2048, 13400);
+  fails("short period", period(100), 1024, {no_block, too_few}, 1024 + 400, 256);
+  fails("long period", period(4000), 1024, {no_more, more, failed}, 1024, 256);
   fails("no global stream", no_stream, 1024, {length, more, failed}, 1024, 256);
+}
+
+TEST_F(ReadPath, NothingForTheSupplementaryReadReturnsZero) {
+  UsePcm(std::vector<int16_t>(2 * 960));
+  ASSERT_EQ(OpenStream(), 0);
+  EXPECT_EQ(Read(kPeriod), 0);
+  EXPECT_EQ(log.TakeErrors(kTag).front(), "supplementaryDataRead, readData fail----");
 }
 
 TEST_F(OpenedReadPath, PortWithoutDataIsPutIntoStandbyAndStartedAgain) {
@@ -139,25 +158,45 @@ TEST_F(OpenedReadPath, RefusedStartReturnsZero) {
                               "E in_read: state=STARTING failed to start."}));
 }
 
-TEST_F(OpenedReadPath, DebugLinesFollowOneRead) {
-  ASSERT_EQ(Read(kPeriod), 3840);
-  log.SetMinimumPriority(ANDROID_LOG_DEBUG);
-  log.Take();
-  ASSERT_EQ(Read(kPeriod), 3840);
+TEST_F(OpenedReadPath, DebugLinesFollowEachRead) {
   const Log begin = {"D in_read, preBuff write start-----", "D in_read, preBuff write end-----",
                      "D alg_process enter, ---- onceLen=2048"};
-  const Log block = {
-      "D alg_process, preBuff read start-----", "D alg_process, preBuff read stop-----",
-      "D alg_process enter, bcap_pre_process---", "D alg_process, postBuff write start-----",
-      "D alg_process, postBuff write stop-----"};
-  const Log end = {
-      "D in_read, postBuff read start-----", "D in_read, postBuff read stop-----",
-      "D in_read: audio RingBuffer_read bytes=3840 readLen=3840 frames_read_=1920-----"};
-  Log expected;
-  for (const Log& part : {begin, block, block, end}) {
-    expected.insert(expected.end(), part.begin(), part.end());
-  }
-  EXPECT_EQ(Lines(kTag), expected);
+  const Log take = {"D alg_process, preBuff read start-----",
+                    "D alg_process, preBuff read stop-----",
+                    "D alg_process enter, bcap_pre_process---"};
+  const Log put = {"D alg_process, postBuff write start-----",
+                   "D alg_process, postBuff write stop-----"};
+  const Log more = {
+      "I in_get_buffer_size: state=STARTED, buffer_size=3840, frames_count_=960",
+      "I supplementaryDataRead enter, need reread additionReadLen 3840----",
+      "D obtain_bluetooth_capture_position enter, frame=960 timestamp=5000000150 bytes=3840-----",
+      "I supplementaryDataRead enter, save position info----",
+      "D supplementaryDataRead, preBuff write start-----",
+      "D supplementaryDataRead, preBuff write end-----"};
+  const std::string enough =
+      "D alg_process enter, postBuff already has enough data, break-- availableDataLen=256";
+  const std::string error = "D alg_process bcap_pre_process error, ret 6";
+  const auto end = [](const std::string& counts) {
+    return Log({"D in_read, postBuff read start-----", "D in_read, postBuff read stop-----",
+                "D in_read: audio RingBuffer_read " + counts + "-----"});
+  };
+  const auto expect_lines = [this](size_t bytes, const std::vector<Log>& parts) {
+    log.Take();
+    Read(bytes);
+    Log expected;
+    for (const Log& part : parts) {
+      expected.insert(expected.end(), part.begin(), part.end());
+    }
+    EXPECT_EQ(Lines(kTag), expected);
+  };
+  ASSERT_EQ(stream->start(stream), 0);
+  Headset("position given 3840 5000000400 250000000");
+  log.SetMinimumPriority(ANDROID_LOG_DEBUG);
+  expect_lines(kPeriod, {begin, take, put, more, take, put,
+                         end("bytes=3840 readLen=3840 frames_read_=960")});
+  expect_lines(8, {begin, {enough}, end("bytes=8 readLen=8 frames_read_=1920")});
+  runtime().inBufDesc.channel_count = 1;
+  expect_lines(kPeriod, {begin, take, {error, "E in_read, alg_process failed--"}});
 }
 
 // Queued as if everything asked for had come: the tail is what the caller's buffer held before, and

@@ -165,11 +165,20 @@ TEST_F(OpenedStream, GettersReportTheSessionAsItIsNow) {
                         "I in_get_channels enter,  " + printed,
                         "I in_get_format enter, " + printed});
   // Only the configuration at open counts for the setters, until a parameter call reloads it.
+  const auto setter_lines = [](const std::string& rate, const std::string& format) {
+    const std::string set_rate = "V in_set_sample_rate: state=STANDBY, sample_rate=" + rate;
+    return Log({set_rate, set_rate, "I in_set_format: state=STANDBY, format=" + format,
+                "V in_set_parameters: state=STANDBY, kvpairs=[sup_formats]",
+                "V in_set_parameters: ParamsMap=[key: 'sup_formats' value: ''", "V ]",
+                "V state=STANDBY, sample_rate=44100, channels=0x10, format=6",
+                "V in_set_parameters: state=STANDBY, kvpairs=[sup_formats], retval=0"});
+  };
   for (const bool reloaded : {false, true}) {
     EXPECT_EQ(common().set_sample_rate(&common(), 44100), reloaded ? 0 : -1);
     EXPECT_EQ(common().set_sample_rate(&common(), 48000), reloaded ? -1 : 0);
     EXPECT_EQ(common().set_format(&common(), AUDIO_FORMAT_PCM_16_BIT), reloaded ? -1 : 0);
     EXPECT_EQ(SetStreamParameters("sup_formats"), 0);
+    EXPECT_EQ(Lines(), reloaded ? setter_lines("44100", "6") : setter_lines("48000", "1"));
   }
   EXPECT_EQ(common().get_buffer_size(&common()), 3840u);
 
@@ -177,6 +186,11 @@ TEST_F(OpenedStream, GettersReportTheSessionAsItIsNow) {
   expect_44100_mono_24({"V in_get_sample_rate: state=STANDBY, sample_rate=44100 failed",
                         "W in_get_channels: state=STANDBY, channels=0x10 failure",
                         "W in_get_format: state=STANDBY, format=6 failure"});
+  log.SetMinimumPriority(ANDROID_LOG_WARN);
+  for (const char* key : {"sup_sampling_rates", "sup_channels", "sup_formats"}) {
+    EXPECT_EQ(SetStreamParameters(key), 0);
+    EXPECT_EQ(Lines(), Log({"W in_set_parameters: state=STANDBY failed to get audio config"}));
+  }
 }
 
 TEST_F(OpenedStream, ParameterQueriesAnswerFromTheTable) {
@@ -189,15 +203,23 @@ TEST_F(OpenedStream, ParameterQueriesAnswerFromTheTable) {
          {{"sup_sampling_rates", "48000"}, {"sup_channels", "AUDIO_CHANNEL_IN_STEREO"}});
   expect("RATE_192000 MONO BITS_32", "sup_sampling_rates;sup_channels;other",
          {{"sup_sampling_rates", "192000"}, {"sup_channels", "AUDIO_CHANNEL_IN_MONO"}});
-  expect("RATE_48000 STEREO BITS_32", "sup_formats", {{"sup_formats", "AUDIO_FORMAT_PCM_32_BIT"}});
   expect("RATE_24000 STEREO BITS_24", "sup_sampling_rates=1;sup_formats",
          {{"sup_sampling_rates", "24000"}, {"sup_formats", "AUDIO_FORMAT_PCM_24_BIT_PACKED"}});
+  log.SetMinimumPriority(ANDROID_LOG_VERBOSE);
+  log.Take();
+  expect("RATE_44100 STEREO BITS_32", "sup_formats", {{"sup_formats", "AUDIO_FORMAT_PCM_32_BIT"}});
+  EXPECT_EQ(Lines(), Log({"I in_get_parameters: state=STANDBY, keys=[sup_formats]",
+                          "V in_get_parameters: state=STANDBY audio_cfg=audio_config["
+                          "sample_rate=44100, channels=0xc, format=3]",
+                          "I in_get_parameters: state=STANDBY, "
+                          "result=[sup_formats=AUDIO_FORMAT_PCM_32_BIT;]"}));
   // Nothing loaded: the values are outside the table.
   expect("RATE_UNKNOWN STEREO BITS_16", "sup_sampling_rates", {{"sup_sampling_rates", ""}});
   expect("RATE_48000 STEREO BITS_16", "other", {});
-  log.Take();
   EXPECT_EQ(GetStreamParameters(""), "");
-  EXPECT_THAT(log.TakeErrors(kTag), ElementsAre("in_get_parameters: ParseAudioParams fail------"));
+  EXPECT_THAT(log.TakeErrors(kTag),
+              ElementsAre("in_get_parameters: state=STANDBY failed to get audio config",
+                          "in_get_parameters: ParseAudioParams fail------"));
 }
 
 TEST_F(OpenedStream, SuspendingDisablesAndAnyOtherValueGoesBackToStandby) {
@@ -221,14 +243,15 @@ TEST_F(OpenedStream, SuspendingDisablesAndAnyOtherValueGoesBackToStandby) {
 TEST_F(OpenedStream, StartStopAndStandbyFollowThePortsState) {
   log.SetMinimumPriority(ANDROID_LOG_VERBOSE);
   log.Take();
-  EXPECT_EQ(stream->start(stream), 0);
+  audio_stream_in other{};  // only the global stream counts
+  EXPECT_EQ(stream->start(&other), 0);
   EXPECT_EQ(stream->start(stream), 0);
   EXPECT_EQ(common().standby(&common()), 0);
   EXPECT_EQ(common().standby(&common()), 0);
   in().bluetooth_input_.SetState(BinauralStreamState::STARTING);
   EXPECT_EQ(common().standby(&common()), -EBUSY);
   in().bluetooth_input_.SetState(BinauralStreamState::STANDBY);
-  EXPECT_EQ(stream->stop(stream), 0);
+  EXPECT_EQ(stream->stop(&other), 0);
   EXPECT_EQ(stream->stop(stream), 0);
   EXPECT_EQ(Lines(), Log({"I in_start: state=STARTED, in_start (start) ret=0",
                           "I in_start: state=STARTED already in_start",
@@ -268,10 +291,15 @@ TEST_F(OpenedStream, SavedPositionsComeOldestFirstThenTheCount) {
   runtime().saved[0] = {10, 100, true};
   runtime().saved[1] = {20, 200, true};
   Headset("position failing");
+  log.Take();
   EXPECT_EQ(Position(), std::pair(int64_t{10}, int64_t{100}));
   EXPECT_EQ(Position(), std::pair(int64_t{20}, int64_t{200}));
   const auto [frames, time] = Position();
   EXPECT_EQ(frames, 960);  // one period, although nothing was read
+  const std::string saved = "I in_get_capture_position enter,  runtimeParams->saved[0].used-----";
+  EXPECT_EQ(Lines(), Log({saved, saved,
+                          "I obtain_bluetooth_capture_position enter, get fail, using HIDL "
+                          "timestamp-----"}));
   timespec now{};
   clock_gettime(CLOCK_BOOTTIME, &now);
   EXPECT_NEAR(static_cast<double>(time) / 1e9, static_cast<double>(now.tv_sec), 60);
@@ -315,9 +343,12 @@ TEST_F(OpenedStream, ForeignAndClosedPointersAreIgnored) {
 }
 
 TEST_F(OpenedStream, EffectsAndMicrophoneControlsAreAcceptedAndIgnored) {
+  log.SetMinimumPriority(ANDROID_LOG_VERBOSE);
+  log.Take();
   size_t count = 9;
-  const int answers[] = {common().add_audio_effect(&common(), nullptr),
-                         common().remove_audio_effect(&common(), nullptr),
+  const auto effect = reinterpret_cast<effect_handle_t>(0x40);
+  const int answers[] = {common().add_audio_effect(&common(), effect),
+                         common().remove_audio_effect(&common(), effect),
                          common().dump(&common(), -1),
                          stream->set_gain(stream, 2.0F),
                          static_cast<int>(stream->get_input_frames_lost(stream)),
@@ -326,6 +357,9 @@ TEST_F(OpenedStream, EffectsAndMicrophoneControlsAreAcceptedAndIgnored) {
                          stream->set_microphone_field_dimension(stream, 1)};
   EXPECT_THAT(answers, testing::Each(0));
   stream->update_sink_metadata(stream, nullptr);
+  EXPECT_EQ(Lines(), Log({"V in_add_audio_effect: state=STANDBY, effect=0x40",
+                          "V in_remove_audio_effect: state=STANDBY, effect=0x40",
+                          "V in_dump: state=STANDBY"}));
   EXPECT_TRUE(!common().get_device && !common().set_device);
   EXPECT_TRUE(!stream->create_mmap_buffer && !stream->get_mmap_position);
 }

@@ -146,6 +146,7 @@ int in_stop(const audio_stream_in*) noexcept {
   // Deliberate: the global stream is stopped, whatever the argument.
   const StreamGuard in(gStreamIn.load());
   if (!in) {
+    // Deliberate: function name and text run together.
     BINAURAL_LOG(ERROR) << __func__ << "gStreamIn == nullptr error---";
     return 0;
   }

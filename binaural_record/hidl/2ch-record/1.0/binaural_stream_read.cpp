@@ -180,6 +180,7 @@ bool TakeProcessed(const char* function, void* buffer, size_t bytes) {
   RuntimeLock lock(gRuntimeMutex);
   const int32_t available = RingBuffer_available_data(runtime->postBuff);
   if (static_cast<size_t>(available) < bytes) {
+    // Deliberate: no blank before "bytes".
     BINAURAL_LOG(ERROR) << function << ", RingBuffer has not enough data, return 0, avail buffer "
                         << available << "bytes needs " << bytes;
     return false;
