@@ -1,4 +1,10 @@
-"""Writes the trained network as bcap/src/noise_network_weights.cpp: 8-bit rows with one scale each."""
+"""Writes the trained network as bcap/src/noise_network_weights.cpp: 8-bit rows with one scale each; and its state in
+full precision as training/network_state.pt, for train.py --start.
+
+Of several states the mean is written. Those of legs of training that went on from each other lie in one valley of the
+loss, and their mean is better than each: P. Izmailov et al., "Averaging weights leads to wider optima and better
+generalization", UAI 2018.
+"""
 import argparse
 import os
 
@@ -38,9 +44,11 @@ def expected_gains(network):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("state", nargs="?", default=os.path.join(WORK, "network.pt"), help="that train.py has written")
+    parser.add_argument("states", nargs="*", default=[os.path.join(WORK, "network.pt")], help="that train.py has written")
+    states = [torch.load(path) for path in parser.parse_args().states]
     network = Network()
-    network.load_state_dict(torch.load(parser.parse_args().state))
+    network.load_state_dict({name: sum(state[name] for state in states) / len(states) for name in states[0]})
+    torch.save(network.state_dict(), os.path.join(HERE, "network_state.pt"))
     text = "// Written by training/export.py from a trained network; docs/noise-network.md tells of the training.\n" \
         '#include "noise_network_weights.h"\n\nnamespace bcap {\n\n// clang-format off\n' \
         "const NoiseNetworkWeights kNoiseNetworkWeights = {\n" + ",\n".join([

@@ -112,7 +112,7 @@ def losses(gain, target, scene):
 
 
 LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses")
-WEIGHTS = (1.0, 3.0, 2.0, 0.08, 3.0, 5.0, 0.6)
+WEIGHTS = (0.7, 2.0, 1.0, 0.08, 4.0, 16.0, 0.4)
 
 
 def main():

@@ -29,7 +29,7 @@ constexpr float kNoVoiceGain = 0.1f;
 
 // The gain with the best ratio of voice to distortion is a little too low for the voice's level; this gives
 // most of it back, for 0.2 dB of that ratio.
-constexpr float kLift = 1.16f;
+constexpr float kLift = 1.12f;
 
 const BandLayout& network_layout() {
   return band_layout(48000);
