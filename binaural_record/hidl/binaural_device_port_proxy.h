@@ -110,7 +110,7 @@ class __attribute__((visibility("default"))) BluetoothAudioPortIn {
   bool mono_;                          // Deliberate: nothing sets it, both behaviours are kept
 
   std::shared_ptr<CallbackGate> gate_;  // made by SetUp, dropped by TearDown
-  std::atomic<bool> aborted_{false};    // no Start may begin or go on waiting, no read begin
+  std::atomic<bool> aborted_{false};    // no Start begins or waits on, no read begins or delivers
 };
 
 }  // namespace vendor::corva::bluetooth_audio_extend
