@@ -238,15 +238,18 @@ void Recorder::OpenModule() {
 
 // The module says only in its log that it works from its built-in tuning.
 void Recorder::CheckTuning() {
+  if (report_.coefficients.empty()) {
+    return;
+  }
   report_.coefficients_refused = CoefficientRefusal();
-  const bool taken = !report_.coefficients.empty() && report_.coefficients_refused.empty();
+  const bool taken = report_.coefficients_refused.empty();
   report_.tuned_from_file = taken && (report_.generation != "1.0" || TunedFromFile());
   const std::string file = "\"" + report_.coefficients + "\"";
-  if (!report_.coefficients.empty() && !taken) {
+  if (!taken) {
     Warn("the module does not use " + file + " but its built-in tuning (" +
          report_.coefficients_refused +
          "); \"binaural-tune lint\" says what is wrong with the file");
-  } else if (taken && !report_.tuned_from_file &&
+  } else if (!report_.tuned_from_file &&
              (!options_.headset.empty() || !options_.coefficients.empty())) {
     Warn(file + " has no tuning for " +
          (options_.headset.empty() ? "a headset without a name"
