@@ -1,6 +1,7 @@
 // The capture library's own blocks for the training scripts, so that features and gains exist once.
 // Built as a shared library and called by capture_blocks.py. Signals are planar: left, then right.
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -19,12 +20,8 @@ struct Analysis {
   StereoStft stft;
   StereoSpectrum spectrum;
   TransformScratch scratch;
-  BandSpectra bands;
 
-  void Next(const float* left, const float* right) {
-    stft.Analyse(left, right, spectrum, scratch);
-    measure_bands(band_layout(kSampleRateHz), spectrum, bands);
-  }
+  void Next(const float* left, const float* right) { stft.Analyse(left, right, spectrum, scratch); }
 };
 
 }  // namespace
@@ -45,41 +42,57 @@ void capture_band_edges_hz(float* hz) {
   }
 }
 
-// What the network hears in `blocks` blocks at 48 kHz: features[blocks][kNetworkFeatures].
-void capture_features(const float* left, const float* right, size_t blocks, float* features) {
-  auto analysis = std::make_unique<Analysis>();
-  auto noise_features = std::make_unique<NoiseFeatures>();
-  for (size_t block = 0; block < blocks; ++block) {
-    analysis->Next(left + block * kBlockFrames, right + block * kBlockFrames);
-    NetworkFeatures out;
-    noise_features->Process(analysis->bands, out);
-    std::copy(out.begin(), out.end(), features + block * kNetworkFeatures);
-  }
-}
-
-// Energy of the clean voice, energy of the mixture and their common part (what of the clean voice is in
-// phase with the mixture), over both ears: out[blocks][3][kNetworkBands].
-void capture_targets(const float* clean_left, const float* clean_right, const float* mix_left,
-                     const float* mix_right, size_t blocks, float* out) {
-  auto clean = std::make_unique<Analysis>();
-  auto mix = std::make_unique<Analysis>();
+// A mixture at 48 kHz as the network hears it, features[blocks][kNetworkFeatures], and what there is to know about it,
+// targets[blocks][3][kNetworkBands]: energy of the clean voice, energy of the mixture, and their common part (what of the
+// clean voice is in phase with the mixture), over both ears. voice, noise, own: left then right, `stride` samples apart;
+// each is multiplied by its response[kEars][kBins], and the sum of the three is the mixture. `own` is what the microphones
+// add themselves.
+void capture_mixture(const float* voice, const float* voice_response, const float* noise,
+                     const float* noise_response, const float* own, const float* own_response,
+                     size_t stride, size_t blocks, float* features, float* targets) {
+  constexpr size_t kParts = 3;
+  const std::array<const float*, kParts> sounds{voice, noise, own};
+  const std::array<const float*, kParts> responses{voice_response, noise_response, own_response};
   const BandLayout& layout = band_layout(kSampleRateHz);
-  for (size_t block = 0; block < blocks; ++block, out += 3 * kNetworkBands) {
-    const size_t at = block * kBlockFrames;
-    clean->Next(clean_left + at, clean_right + at);
-    mix->Next(mix_left + at, mix_right + at);
+  auto parts = std::make_unique<std::array<Analysis, kParts>>();
+  auto mix = std::make_unique<StereoSpectrum>();
+  auto noise_features = std::make_unique<NoiseFeatures>();
+  BandSpectra clean_bands;
+  BandSpectra mix_bands;
+  for (size_t block = 0; block < blocks; ++block, targets += 3 * kNetworkBands) {
+    *mix = StereoSpectrum{};
+    for (size_t part = 0; part < kParts; ++part) {
+      Analysis& analysis = (*parts)[part];
+      const float* left = sounds[part] + block * kBlockFrames;
+      analysis.Next(left, left + stride);
+      for (size_t ear = 0; ear < kEars; ++ear) {
+        Spectrum& sound = analysis.spectrum[ear];
+        Spectrum& sum = (*mix)[ear];
+        const float* response = responses[part] + ear * kBins;
+        for (size_t bin = 0; bin < kBins; ++bin) {
+          sum.re[bin] += sound.re[bin] *= response[bin];
+          sum.im[bin] += sound.im[bin] *= response[bin];
+        }
+      }
+    }
+    const StereoSpectrum& clean = (*parts)[0].spectrum;
+    measure_bands(layout, clean, clean_bands);
+    measure_bands(layout, *mix, mix_bands);
+    NetworkFeatures out;
+    noise_features->Process(mix_bands, out);
+    features = std::copy(out.begin(), out.end(), features);
     for (size_t band = 0; band < kNetworkBands; ++band) {
-      out[band] = clean->bands.energy[0][band] + clean->bands.energy[1][band];
-      out[kNetworkBands + band] = mix->bands.energy[0][band] + mix->bands.energy[1][band];
+      targets[band] = clean_bands.energy[0][band] + clean_bands.energy[1][band];
+      targets[kNetworkBands + band] = mix_bands.energy[0][band] + mix_bands.energy[1][band];
       float common = 0.0f;
       for (size_t ear = 0; ear < kEars; ++ear) {
-        const Spectrum& c = clean->spectrum[ear];
-        const Spectrum& m = mix->spectrum[ear];
+        const Spectrum& c = clean[ear];
+        const Spectrum& m = (*mix)[ear];
         for (size_t bin = layout.edge[band]; bin < layout.edge[band + 1]; ++bin) {
           common += c.re[bin] * m.re[bin] + c.im[bin] * m.im[bin];
         }
       }
-      out[2 * kNetworkBands + band] = common * 4.0f / (kFrameSamples * kFrameSamples);
+      targets[2 * kNetworkBands + band] = common * 4.0f / (kFrameSamples * kFrameSamples);
     }
   }
 }

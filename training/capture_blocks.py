@@ -11,6 +11,7 @@ SOURCES = [os.path.join(HERE, "capture_blocks.cpp")] + [
     os.path.join(HERE, "..", "bcap", "src", name + ".cpp")
     for name in ("transform", "band_layout", "noise_features")]
 BLOCK = 512
+BINS = BLOCK + 1
 LATENCY = 512  # of apply_gains
 
 
@@ -20,7 +21,7 @@ def _load():
     if not os.path.exists(library) or os.path.getmtime(library) < max(map(os.path.getmtime, SOURCES + headers)):
         os.makedirs(WORK, exist_ok=True)
         fresh = library + str(os.getpid())
-        subprocess.run(["g++", "-std=c++17", "-O3", "-shared", "-fPIC", "-I" + os.path.join(HERE, "..", "bcap", "src"),
+        subprocess.run(["g++", "-std=c++17", "-O3", "-march=native", "-fno-math-errno", "-fno-trapping-math", "-shared", "-fPIC", "-I" + os.path.join(HERE, "..", "bcap", "src"),
                         *SOURCES, "-o", fresh], check=True)
         os.replace(fresh, library)
     return ctypes.CDLL(library)
@@ -42,21 +43,23 @@ def _pointer(x):
     return x.ctypes.data_as(ctypes.POINTER(ctypes.c_float))
 
 
-def features(mix):
-    """(2, samples) -> (blocks, FEATURES)."""
-    blocks = mix.shape[1] // BLOCK
-    out = np.empty((blocks, FEATURES), np.float32)
-    _lib.capture_features(_pointer(mix[0]), _pointer(mix[1]), ctypes.c_size_t(blocks), _pointer(out))
-    return out
+def mixture(voice, noise, own, responses):
+    """(2, samples) each, and their responses (3, 2, BINS) -> features (blocks, FEATURES) of the mixture and its targets
+    (blocks, 3, BANDS): energy of the voice, energy of the mixture, and what is common to both."""
+    parts = [np.ascontiguousarray(x, np.float32) for x in (voice, noise, own)]
+    responses = np.ascontiguousarray(responses, np.float32)
+    samples = parts[0].shape[1]
+    blocks = samples // BLOCK
+    features, targets = np.empty((blocks, FEATURES), np.float32), np.empty((blocks, 3, BANDS), np.float32)
+    _lib.capture_mixture(*(_pointer(x) for pair in zip(parts, responses) for x in pair), ctypes.c_size_t(samples),
+                         ctypes.c_size_t(blocks), _pointer(features), _pointer(targets))
+    return features, targets
 
 
-def targets(clean, mix):
-    """-> (blocks, 3, BANDS): energy of clean, of mix, and what is common to both."""
-    blocks = mix.shape[1] // BLOCK
-    out = np.empty((blocks, 3, BANDS), np.float32)
-    _lib.capture_targets(_pointer(clean[0]), _pointer(clean[1]), _pointer(mix[0]), _pointer(mix[1]), ctypes.c_size_t(blocks),
-                         _pointer(out))
-    return out
+def band_energies(x):
+    """(2, samples) -> (blocks, BANDS), over both ears."""
+    nothing = np.zeros_like(x)
+    return mixture(x, nothing, nothing, np.ones((3, 2, BINS)))[1][:, 0]
 
 
 def apply_gains(mix, gains):

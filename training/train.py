@@ -2,7 +2,7 @@
 
 Loss, per scene: how far the gains are from the best signal-to-distortion ratio (log of the remaining error
 energy), compressed magnitudes that weigh lost voice more than left noise, the gain itself, the level of the voice,
-how intelligible it is, and how much noise is left in its pauses.
+how intelligible it is, how much noise is left in its pauses, and how much of it where the delay between the ears is heard.
 
 Training on the intelligibility that is measured: M. Kolbaek, Z.-H. Tan and J. Jensen, "Monaural speech enhancement
 using deep neural networks by maximizing a short-time objective intelligibility measure", ICASSP 2018.
@@ -75,6 +75,21 @@ def unintelligibility(clean, enhanced):
     return mean(stoi), mean(estoi)
 
 
+DELAY_BANDS = slice(3, 38)  # 150 to 2000 Hz, where the ears' delay is heard and measured
+
+
+def misdirection(clean, noise, gain):
+    """Logarithm of the noise left against the voice left in DELAY_BANDS, of energies (batch, blocks, BANDS): what pulls the
+    delay between the ears away from the voice's. Mean over stretches of three blocks with more voice than noise."""
+    low = lambda e: nn.functional.avg_pool1d(e[:, :, DELAY_BANDS].sum(2)[:, None], 3, 2)[:, 0]
+    noise = noise.clamp_min(0)
+    voice_before, noise_before = low(clean), low(noise)
+    heard = (voice_before > noise_before) & (voice_before > 10 ** -2.5 * voice_before.amax(1, keepdim=True)) & (voice_before > 1e-9)
+    voice_left, noise_left = low(gain ** 2 * clean), low(gain ** 2 * noise)
+    ratio = torch.log10((noise_left + 1e-12) / (voice_left + 1e-3 * voice_before + 1e-12) + 0.02)
+    return (ratio * heard).sum() / heard.sum().clamp_min(1)
+
+
 def normals(target):
     """What a scene's losses are measured against: mean energy of the clean voice per block, and a mean amplitude per
     band, half way between the band's own and that of all bands, so that the treble counts more than it weighs."""
@@ -108,11 +123,12 @@ def losses(gain, target, scene):
     before, after = ((e.sum(2) * pause).sum(1) for e in (x, gain ** 2 * x))
     left = torch.log10(after / (before + 1e-12) + 3e-3)[pause.sum(1) > 10]
     return (distortion.mean(), magnitude.mean(), (gain_root - ideal).pow(2).mean(), (level.clamp_max(0) ** 2).mean(),
-            *unintelligibility(clean, gain ** 2 * x), left.mean() if len(left) else gain.sum() * 0)
+            *unintelligibility(clean, gain ** 2 * x), left.mean() if len(left) else gain.sum() * 0,
+            misdirection(clean, x * (1 - 2 * common) + clean, gain))
 
 
-LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses")
-WEIGHTS = (0.7, 2.0, 1.0, 0.08, 4.0, 16.0, 0.4)
+LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses", "direction")
+WEIGHTS = (0.5, 1.5, 0.7, 0.08, 6.0, 24.0, 1.2, 3.0)
 
 
 def main():
