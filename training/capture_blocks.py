@@ -21,8 +21,8 @@ def _load():
     if not os.path.exists(library) or os.path.getmtime(library) < max(map(os.path.getmtime, SOURCES + headers)):
         os.makedirs(WORK, exist_ok=True)
         fresh = library + str(os.getpid())
-        subprocess.run(["g++", "-std=c++17", "-O3", "-march=native", "-fno-math-errno", "-fno-trapping-math", "-shared", "-fPIC", "-I" + os.path.join(HERE, "..", "bcap", "src"),
-                        *SOURCES, "-o", fresh], check=True)
+        subprocess.run(["g++", "-std=c++17", "-O3", "-march=native", "-fno-math-errno", "-fno-trapping-math", "-shared", "-fPIC",
+                        "-I" + os.path.join(HERE, "..", "bcap", "src"), *SOURCES, "-o", fresh], check=True)
         os.replace(fresh, library)
     return ctypes.CDLL(library)
 

@@ -81,12 +81,11 @@ def make_mixture(seed, k, at):
     own[:, lead:] = (rng.random((2, n - lead), np.float32) - 0.5) * 12 ** 0.5
 
     frequency = np.arange(BINS) * scenes.FS / (2 * BLOCK)
-    colour = lambda spread_db, tilt_db=0.0: scenes.response(frequency, rng, spread_db, rng.uniform(-tilt_db, tilt_db))
-    ears = 10 ** (rng.normal(0, 0.5, (2, 1)) / 20)
-    microphones = colour(1.5, 1.5) * ears * 10 ** (rng.uniform(-42, -16) / 20)
-    responses = np.stack([microphones * colour(2.0, 0.5),
-                          microphones * colour(2.0, 0.5) * 10 ** (-scenes.any_snr_db(rng) / 20),
-                          colour(1.0) * np.ones((2, 1)) * 10 ** (rng.uniform(-90, -62) / 20)])
+    own_colour = lambda: scenes.response(frequency, rng, 2.0, rng.uniform(-0.5, 0.5))
+    colour, factors = scenes.microphones(rng, frequency)
+    responses = np.stack([factors * colour * own_colour(),
+                          factors * colour * own_colour() * 10 ** (-scenes.any_snr_db(rng) / 20),
+                          np.tile(scenes.response(frequency, rng, 1.0) * scenes.own_noise(rng), (2, 1))])
     features, targets = capture_blocks.mixture(voice, noise, own, responses)
     store("features.npy")[at], store("targets.npy")[at] = features, compact_targets(targets)
 

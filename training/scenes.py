@@ -355,17 +355,24 @@ def noise_part(rng, n, room, voices, kind=None):
     return _unit(sound)
 
 
+def microphones(rng, frequency):
+    """-> their colour over `frequency`, and (2, 1) factors: how sensitive each is, at a random level of the recording."""
+    colour = response(frequency, rng, 1.5, rng.uniform(-1.5, 1.5))
+    return colour, 10 ** (rng.normal(0, 0.5, (2, 1)) / 20) * 10 ** (rng.uniform(-42, -16) / 20)
+
+
+def own_noise(rng):
+    """RMS of what microphones add themselves."""
+    return 10 ** (rng.uniform(-90, -62) / 20)
+
+
 def recorded(rng, clean, sound, snr_db):
     """-> clean, noise as microphones at the ears give them: with their colour, mismatch, level and own noise."""
     n = clean.shape[1]
+    colour, factors = microphones(rng, fft.rfftfreq(n, 1 / FS))
     sound = sound * 10 ** (-snr_db / 20)
-    frequency = fft.rfftfreq(n, 1 / FS)
-    colour = response(frequency, rng, 1.5, rng.uniform(-1.5, 1.5))
-    clean, sound = (fft.irfft(fft.rfft(x, axis=-1) * colour, n, axis=-1) for x in (clean, sound))
-    ears = 10 ** (rng.normal(0, 0.5, (2, 1)) / 20)
-    level = 10 ** (rng.uniform(-42, -16) / 20)
-    clean, sound = clean * ears * level, sound * ears * level
-    sound += coloured(rng, n, 0, 1, 2) * 10 ** (rng.uniform(-90, -62) / 20)
+    clean, sound = (fft.irfft(fft.rfft(x, axis=-1) * colour, n, axis=-1) * factors for x in (clean, sound))
+    sound += coloured(rng, n, 0, 1, 2) * own_noise(rng)
     return clean.astype(np.float32), sound.astype(np.float32)
 
 

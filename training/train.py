@@ -2,7 +2,7 @@
 
 Loss, per scene: how far the gains are from the best signal-to-distortion ratio (log of the remaining error
 energy), compressed magnitudes that weigh lost voice more than left noise, the gain itself, the level of the voice,
-how intelligible it is, how much noise is left in its pauses, and how much of it where the delay between the ears is heard.
+how intelligible it is, how much noise is left in its pauses, and how much where the delay between the ears is heard.
 
 Training on the intelligibility that is measured: M. Kolbaek, Z.-H. Tan and J. Jensen, "Monaural speech enhancement
 using deep neural networks by maximizing a short-time objective intelligibility measure", ICASSP 2018.
@@ -75,7 +75,7 @@ def unintelligibility(clean, enhanced):
     return mean(stoi), mean(estoi)
 
 
-DELAY_BANDS = slice(3, 38)  # 150 to 2000 Hz, where the ears' delay is heard and measured
+DELAY_BANDS = slice(3, 38)  # about 150 to 2000 Hz, where the ears' delay is heard and measured
 
 
 def misdirection(clean, noise, gain):

@@ -1,7 +1,7 @@
 """Drives the real recorder from the outside: exit codes and messages, and what is left on the disk.
 
 Arguments: a module whose device does not open, a module of another class, a library that is no
-module, then the program, which may be several words where an emulator runs it.
+module, then the program.
 """
 
 import errno
@@ -24,8 +24,7 @@ import unittest
 import wave
 from pathlib import Path
 
-REFUSING_MODULE, OTHER_CLASS, NO_MODULE = sys.argv[1:4]
-RECORDER = sys.argv[4:]
+REFUSING_MODULE, OTHER_CLASS, NO_MODULE, RECORDER = sys.argv[1:]
 ROOT = Path(__file__).resolve().parents[3]
 DOCUMENTS = ROOT / "docs"
 SAMPLE = ROOT / "etc/binaural_record_algo_coeffs.xml"
@@ -77,7 +76,7 @@ class RecorderTest(unittest.TestCase):
 
     def run_recorder(self, *args, code=0, **options):
         """Runs to the end; the text on standard error."""
-        done = subprocess.run([*RECORDER, *args], stderr=subprocess.PIPE,
+        done = subprocess.run([RECORDER, *args], stderr=subprocess.PIPE,
                               stdout=options.pop("stdout", subprocess.DEVNULL),
                               timeout=2 * PATIENCE_S, **options)
         text = done.stderr.decode()
@@ -85,7 +84,7 @@ class RecorderTest(unittest.TestCase):
         return text
 
     def start_recorder(self, *args, **options):
-        process = subprocess.Popen([*RECORDER, *args], stderr=subprocess.PIPE,
+        process = subprocess.Popen([RECORDER, *args], stderr=subprocess.PIPE,
                                    stdout=options.pop("stdout", subprocess.DEVNULL), **options)
         self.addCleanup(lambda: (process.poll() is None and process.kill(), process.wait(),
                                  process.stderr.close()))
@@ -127,7 +126,7 @@ class CommandLine(RecorderTest):
     def test_help_goes_to_standard_output_and_the_manual_page_knows_what_it_says(self):
         manual = (DOCUMENTS / "man/binaural-record.1").read_text().replace("\\-", "-")
         for option, fragment in [("--version", "binaural-record 1."), ("--help", "Exit codes")]:
-            done = subprocess.run([*RECORDER, option], capture_output=True, check=True)
+            done = subprocess.run([RECORDER, option], capture_output=True, check=True)
             text = done.stdout.decode()
             self.assertIn(fragment, text)
             self.assertEqual(done.stderr, b"")
@@ -421,7 +420,7 @@ class Talking(RecorderTest):
     def test_the_line_on_a_terminal(self):
         main, child = pty.openpty()
         environment = dict(os.environ, TERM="xterm")
-        process = subprocess.Popen([*RECORDER, "-d", "1", "out.wav"], stderr=child,
+        process = subprocess.Popen([RECORDER, "-d", "1", "out.wav"], stderr=child,
                                    stdout=subprocess.DEVNULL, env=environment)
         os.close(child)
         text = b""
