@@ -2,11 +2,12 @@
 # Installs the Debian 12 packages that this tree needs and that are missing. When nothing is missing
 # it touches no package index and needs no rights.
 #
-# usage: scripts/install_dependencies.sh [--record | --tune] [--host-only] [--bench] [--train]
+# usage: scripts/install_dependencies.sh [--record | --tune] [--host-only] [--bench] [--evaluate] [--train]
 #   --record      only what building and running the recorder takes
 #   --tune        only what building and running both host programs takes
 #   --host-only   leave out the 32-bit ARM compiler, emulator and libraries
 #   --bench       also the peers that the benchmarks compare with
+#   --evaluate    also what measuring the noise model takes
 #   --train       also what training the noise model takes
 # Without the first two: everything the build, the tests, the sanitizers and the ARM run take.
 set -eu
@@ -27,8 +28,9 @@ arm_packages="
   libgtest-dev:armhf libgmock-dev:armhf libsndfile1-dev:armhf libebur128-dev:armhf
   libstdc++6:armhf libubsan1:armhf"
 bench_packages="libbenchmark-dev libspeexdsp-dev libwebrtc-audio-processing-dev valgrind"
+evaluate_packages="python3-numpy python3-scipy espeak-ng flite alsa-utils"
 train_packages="
-  libopenblas0-pthread python3-torch python3-numpy python3-scipy espeak-ng flite
+  libopenblas0-pthread python3-torch $evaluate_packages
   festival festvox-ca-ona-hts festvox-czech-dita festvox-czech-krb festvox-czech-machac
   festvox-czech-ph festvox-italp16k festvox-itapc16k festvox-kdlpc16k festvox-ru
   festvox-suopuhe-lj festvox-suopuhe-mv"
@@ -40,8 +42,9 @@ for option in "$@"; do
     --tune) programs_only=yes extra="$extra $tune_packages" ;;
     --host-only) host_only=yes ;;
     --bench) extra="$extra $bench_packages" ;;
+    --evaluate) extra="$extra $evaluate_packages" ;;
     --train) extra="$extra $train_packages" ;;
-    -h | --help) sed -n '2,11s/^# \{0,1\}//p' "$0"; exit ;;
+    -h | --help) sed -n '2,12s/^# \{0,1\}//p' "$0"; exit ;;
     *) echo "$0: no option \"$option\"; see --help" >&2; exit 2 ;;
   esac
 done

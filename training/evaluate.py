@@ -1,10 +1,8 @@
-"""Runs the capture library over held-out mixtures and prints how well it reduces noise.
-
-LIBRARY is a shared library with the bcap_* interface; "statistical" stands for the estimator without a network.
-"""
+"""Runs the capture library over held-out mixtures and prints how well it reduces noise; takes some two minutes."""
 import argparse
 import itertools
 import json
+import os
 from collections import defaultdict
 
 import numpy as np
@@ -13,6 +11,8 @@ import held_out
 import metrics
 import statistical
 from capture_library import CaptureLibrary
+
+BUILT = os.path.join(os.path.dirname(__file__), "..", "build-evaluate", "lib", "libcapture_library.so")
 
 ROWS = (("filtered SDR improvement, dB", "sdr_gain", 2), ("STOI unprocessed", "stoi_in", 3),
         ("STOI change", "stoi_gain", 3), ("ESTOI change", "estoi_gain", 3),
@@ -47,15 +47,21 @@ def level_stages(library):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("library")
-    parser.add_argument("--json")
-    parser.add_argument("--amount", type=int, default=8)
-    parser.add_argument("--every", type=int, default=1, help="only every n-th mixture")
+    parser.add_argument("--library", default=BUILT, help='shared library with the bcap_* interface, or "statistical" for the '
+                        "estimator without a network; default: the one that scripts/evaluate.sh builds")
+    parser.add_argument("--amount", type=int, default=8, choices=range(9), help="of the noise reduction (default 8, full)")
+    parser.add_argument("--every", type=int, default=1, metavar="N", help="only every N-th mixture")
+    parser.add_argument("--json", type=argparse.FileType("a"), metavar="FILE", help="write all means there, too")
     options = parser.parse_args()
+    if options.every < 1:
+        parser.error(f"--every {options.every}: expected 1 or more")
     if options.library == "statistical":
         reduce = statistical.reduce
     else:
-        library = CaptureLibrary(options.library)
+        try:
+            library = CaptureLibrary(options.library)
+        except OSError as error:
+            parser.error(f"--library: {error}")
         reduce = lambda mix: library.record(mix, rnn_enable=1, rnn_amount=options.amount, rmx_amount=0)
     groups = defaultdict(list)
     for kind, snr_db, clean, noise in itertools.islice(held_out.mixtures(), 0, None, options.every):
@@ -76,8 +82,8 @@ def main():
         print(f"{title}: {value:.1f}" if isinstance(value, float) else f"{title}: {value}")
     if options.json:
         means["further"] = dict(extras)
-        with open(options.json, "w") as file:
-            json.dump(means, file, indent=1)
+        options.json.truncate(0)
+        json.dump(means, options.json, indent=1)
 
 
 if __name__ == "__main__":

@@ -107,11 +107,15 @@ def in_parallel(jobs, function, count):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--scenes", type=int, default=2400)
-    parser.add_argument("--jobs", type=int, default=2)
-    parser.add_argument("--renew", action="store_true")
+    parser.add_argument("--seed", type=int, default=1, help="the same one gives the same data (default 1)")
+    parser.add_argument("--scenes", type=int, default=2400, help=f"mixtures, the last {HELD_BACK} never renewed (2400)")
+    parser.add_argument("--jobs", type=int, default=2, help="processes (2)")
+    parser.add_argument("--renew", action="store_true", help="mix anew what is there, in one process, until stopped")
     options = parser.parse_args()
+    if options.scenes <= HELD_BACK:
+        parser.error(f"--scenes {options.scenes}: needs more than the {HELD_BACK} that are held back")
+    if options.renew and not os.path.exists(os.path.join(WORK, "targets.npy")):
+        parser.error(f"--renew: no data in {WORK} yet; run without it first")
     seed, started = options.seed, time.time()
     told = lambda what: print(f"{what}: {time.time() - started:.0f} s", flush=True)
     bank = voice_bank(seed)
