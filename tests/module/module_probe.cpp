@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 #include <android/log.h>
 
@@ -66,19 +65,12 @@ size_t StackOfReads(audio_stream_in* stream) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) {
-    std::fprintf(stderr, "usage: %s MODULE [STACK_LIMIT_BYTES]\n", argv[0]);
-    return 2;
-  }
   __android_log_set_logger([](const __android_logger_data*, const char*) {});
   virtual_headset::Settings settings;
   settings.source = virtual_headset::Source::kTone;
   settings.pacing = virtual_headset::Pacing::kAsFastAsRead;
   std::string error;
-  if (!virtual_headset::Configure(settings, &error)) {
-    std::fprintf(stderr, "%s\n", error.c_str());
-    return 1;
-  }
+  virtual_headset::Configure(settings, &error);  // a headset that does not play fails the reads
 
   const auto begin = std::chrono::steady_clock::now();
   const hw_module_t* module = nullptr;
@@ -86,7 +78,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "%s\n", host_loader_error());
     return 1;
   }
-  const auto loaded = std::chrono::steady_clock::now() - begin;
+  const std::chrono::duration<double, std::micro> loaded = std::chrono::steady_clock::now() - begin;
 
   const size_t heap_before = mallinfo2().uordblks;
   hw_device_t* opened = nullptr;
@@ -105,11 +97,8 @@ int main(int argc, char** argv) {
   device->close_input_stream(device, stream);
   opened->close(opened);
 
-  std::printf("load_us %lld\n",
-              static_cast<long long>(
-                  std::chrono::duration_cast<std::chrono::microseconds>(loaded).count()));
-  std::printf("heap_bytes %zu\n", heap_open - heap_before);
-  std::printf("stack_bytes %zu\n", stack);
+  std::printf("load_us %.0f\nheap_bytes %zu\nstack_bytes %zu\n", loaded.count(),
+              heap_open - heap_before, stack);
   const size_t limit = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : kStackBytes;
   const bool unloads = dlclose(module->dso) == 0;
   return unloads && stack > 0 && stack <= limit ? 0 : 1;

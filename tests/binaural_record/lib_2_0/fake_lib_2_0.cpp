@@ -40,10 +40,8 @@ ENTRY(int, get_master_volume, (Device*, float* volume), (*volume = 0.5F, 107), "
 ENTRY(int, set_master_volume, (Device*, float volume), 108, "%g) ", double{volume})
 ENTRY(int, set_master_mute, (Device*, bool mute), 110, "%d) ", mute)
 ENTRY(int, get_master_mute, (Device*, bool* mute), (*mute = true, 111), ") ")
-#if !defined(NO_SET_MODE)
+#if !defined(INCOMPLETE)
 ENTRY(int, set_mode, (Device*, audio_mode_t mode), 112, "%d) ", static_cast<int>(mode))
-#endif
-#if !defined(NO_DUMP)
 ENTRY(int, dump, (const Device*, int fd), 120, "%d) ", fd)
 #endif
 ENTRY(int, set_mic_mute, (Device*, bool state), 113, "%d) ", state)

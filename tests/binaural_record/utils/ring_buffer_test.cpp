@@ -1,5 +1,5 @@
-// Answers, refusals and lines of the ring buffer; that bytes come out as they went in, in any order of
-// calls, is shown by its fuzz target.
+// Space, refusals and lines of the ring buffer; what it holds after any order of calls is shown by its
+// fuzz target.
 #include "binaural_record/utils/ring_buffer.h"
 
 #include <climits>
@@ -35,19 +35,13 @@ class RingBufferTest : public testing::Test {
   RingBuffer* const ring_ = RingBuffer_create(8);
 };
 
-TEST_F(RingBufferTest, AnswersFollowThePositions) {
-  const std::tuple<int, int, uint32_t, int, bool, bool> kCases[] = {
-      {0, 0, 8, 0, false, true},  // reset
-      {0, 5, 3, 5, false, false}, {2, 5, 5, 3, false, false}, {6, 2, 4, 4, false, false},
-      {1, 0, 1, 7, false, false}, {3, 3, 0, 0, true, true},  // both full and empty
-  };
-  for (const auto& [start, end, space, data, full, empty] : kCases) {
-    SCOPED_TRACE(testing::Message() << "start " << start << " end " << end);
+TEST_F(RingBufferTest, SpaceFollowsThePositions) {
+  const std::tuple<int, int, uint32_t> kCases[] = {{0, 0, 8}, {0, 5, 3}, {2, 5, 5},
+                                                   {6, 2, 4}, {1, 0, 1}, {3, 3, 0}};
+  for (const auto& [start, end, space] : kCases) {
     MoveTo(start, end);
-    EXPECT_EQ(RingBuffer_available_space(ring_), space);
-    EXPECT_EQ(RingBuffer_available_data(ring_), data);
-    EXPECT_EQ(RingBuffer_full(ring_) != 0, full);
-    EXPECT_EQ(RingBuffer_empty(ring_) != 0, empty);
+    EXPECT_EQ(RingBuffer_available_space(ring_), space) << start << " " << end;
+    EXPECT_EQ(RingBuffer_full(ring_) != 0, space == 0) << start << " " << end;
   }
 }
 
@@ -83,13 +77,6 @@ TEST_F(RingBufferTest, WithoutABufferThereIsNeitherDataNorSpace) {
                  "RingBuffer_clear enter, null pointer error"}));
 }
 
-TEST_F(RingBufferTest, ClearForgetsAndZeroes) {
-  Write("abc");
-  RingBuffer_clear(ring_);
-  EXPECT_EQ(std::pair(ring_->start, ring_->end), std::pair(0, 0));
-  EXPECT_EQ(std::string(ring_->buffer, ring_->buffer + 8), std::string(8, '\0'));
-}
-
 TEST_F(RingBufferTest, DebuggingCallersGetALineBeforeAndAfterAtError) {
   char bytes[2] = {};
   EXPECT_EQ(Write("abc", 1), 3);
@@ -105,6 +92,8 @@ TEST_F(RingBufferTest, DebuggingCallersGetALineBeforeAndAfterAtError) {
            "end 3, length 8",
            "RingBuffer_read enter, after read: in the buffer: has data 0, needs 2, start 3, "
            "end 3, length 8"}));
+  RingBuffer_clear(ring_);
+  EXPECT_EQ(memcmp(ring_->buffer, std::string(8, '\0').data(), 8), 0);
 }
 
 // Positions near the end of a capacity above 2^30: their sum with a count does not fit 32 bits. Only
