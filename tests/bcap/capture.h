@@ -51,8 +51,8 @@ inline int16_t to_pcm(double value) {
 class Capture {
  public:
   explicit Capture(uint32_t mode = 0, uint32_t rate = 48000) : config_{rate, 512, mode, 600} {
-    memory_.resize(bcap_query_memory(&config_));
-    scratch_.resize(bcap_query_scratch(&config_));
+    memory_.assign(bcap_query_memory(&config_), '\xA5');  // as it may come from a heap
+    scratch_.assign(bcap_query_scratch(&config_), '\xA5');
     bcap_init(&config_, memory_.data(), &handle_);
     if (handle_ == nullptr) {
       throw std::runtime_error("configuration refused");

@@ -2,7 +2,6 @@
 // of any kind through any stage, reset, shutdown and a new start in memory of any alignment.
 #include <array>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "bcap.h"
@@ -33,12 +32,12 @@ class Library {
     const uint32_t scratch_bytes = bcap_query_scratch(&config);
     FUZZ_CHECK((bytes == 0) == (scratch_bytes == 0));
     const size_t offset = input.Below(16);
-    memory_ = std::make_unique<char[]>(offset + bytes);
-    scratch_ = std::make_unique<char[]>(offset + scratch_bytes);
-    scratch_start_ = scratch_.get() + offset;
-    FUZZ_CHECK(bcap_init(&config, bytes == 0 ? nullptr : memory_.get() + offset, &handle_) == 0);
+    memory_ = std::vector<char>(offset + bytes, '\xA5');
+    scratch_ = std::vector<char>(offset + scratch_bytes, '\xA5');
+    scratch_start_ = scratch_.data() + offset;
+    FUZZ_CHECK(bcap_init(&config, bytes == 0 ? nullptr : memory_.data() + offset, &handle_) == 0);
     FUZZ_CHECK((handle_ != nullptr) == (bytes != 0));
-    const uintptr_t at_least = reinterpret_cast<uintptr_t>(memory_.get() + offset);
+    const uintptr_t at_least = reinterpret_cast<uintptr_t>(memory_.data() + offset);
     FUZZ_CHECK(bytes == 0 || reinterpret_cast<uintptr_t>(handle_) == (at_least + 3) / 4 * 4);
   }
 
@@ -94,8 +93,8 @@ class Library {
 
  private:
   bcap_handle_t handle_ = nullptr;
-  std::unique_ptr<char[]> memory_;
-  std::unique_ptr<char[]> scratch_;
+  std::vector<char> memory_;
+  std::vector<char> scratch_;
   char* scratch_start_ = nullptr;
 };
 
