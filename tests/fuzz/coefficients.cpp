@@ -1,15 +1,27 @@
 // Any file in place of the coefficient file: read with and without a listener, then taken up by a
 // device and a stream for the first headset that it names, in both scenes.
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <string>
 
 #include <tinyxml2.h>
 
 #include "binaural_record/arithmetic/bcap/1.0/binaural_record_algo_config.h"
 #include "binaural_record/arithmetic/bcap/1.0/binaural_record_algo_runtime.h"
+#include "platform/host/binaural_host.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/surroundings.h"
 
 namespace {
+
+// Makes `text` the coefficient file of the next device open.
+void SetCoefficientFile(const std::string& text) {
+  static const int file = memfd_create("coefficients", 0);
+  host_redirect(BINAURAL_ALGO_COEFF_CONFIG_FILE, ("/proc/self/fd/" + std::to_string(file)).c_str());
+  FUZZ_CHECK(ftruncate(file, 0) == 0);
+  FUZZ_CHECK(pwrite(file, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
+}
 
 void CheckStore(const AlgoConfigCoeff& store) {
   for (uint32_t h = 0; h < store.btHeadsetNum; ++h) {
@@ -34,7 +46,7 @@ void FuzzOne(Input& input) {
   while (!input.empty()) {
     text += static_cast<char>(input.Byte());
   }
-  fuzz::SetCoefficientFile(text.data(), text.size());
+  SetCoefficientFile(text);
 
   std::string headset_name;
   for (const bool listening : {false, true}) {
@@ -43,8 +55,8 @@ void FuzzOne(Input& input) {
     size_t faults = 0;
     const auto listener = [&faults](const CoefficientFault&) { return ++faults < 1000; };
     const int verdict =
-        listening ? ParseCoefficients(fuzz::CoefficientPath(), &document, &store, listener)
-                  : ParseCoefficients(fuzz::CoefficientPath(), &document, &store);
+        listening ? ParseCoefficients(BINAURAL_ALGO_COEFF_CONFIG_FILE, &document, &store, listener)
+                  : ParseCoefficients(BINAURAL_ALGO_COEFF_CONFIG_FILE, &document, &store);
     FUZZ_CHECK((verdict == 0) == (store.parseConfigSuccessFlag == 1));
     FUZZ_CHECK(!listening || (faults == 0) == (verdict == 0));
     if (verdict == 0) {

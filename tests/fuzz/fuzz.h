@@ -2,8 +2,7 @@
 // which nothing sleeps. A target defines FuzzOne; the same source is a libFuzzer program (preset
 // `fuzz`) and a test of the ordinary suite, which runs the corpus, the regression files and a fixed
 // number of mutations of them (replay.cpp).
-#ifndef TESTS_FUZZ_FUZZ_H_
-#define TESTS_FUZZ_FUZZ_H_
+#pragma once
 
 #include <algorithm>
 #include <cstddef>
@@ -58,5 +57,3 @@ inline bool IsOneOf(int64_t result, std::initializer_list<int64_t> documented) {
 
 // One run over one input. Leaves nothing behind.
 void FuzzOne(Input& input);
-
-#endif  // TESTS_FUZZ_FUZZ_H_

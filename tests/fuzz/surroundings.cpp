@@ -2,16 +2,11 @@
 
 #include <errno.h>
 #include <pthread.h>
-#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <string>
-
 #include "binaural_record/arithmetic/bcap/1.0/binaural_record_algo_runtime.h"
-#include "platform/host/binaural_host.h"
-#include "tests/fuzz/fuzz.h"
 #include "tests/robustness/quiet_log.h"
 #include "tests/robustness/scripted_session.h"
 
@@ -19,11 +14,6 @@ namespace {
 
 // How far the waits have moved the monotonic clock, in seconds.
 time_t g_clock_ahead_s;
-
-int CoefficientFile() {
-  static const int file = memfd_create("coefficients", 0);
-  return file;
-}
 
 }  // namespace
 
@@ -56,8 +46,6 @@ namespace fuzz {
 
 Surroundings::Surroundings() {
   static const QuietLog log(ANDROID_LOG_INFO);
-  static const std::string path = "/proc/self/fd/" + std::to_string(CoefficientFile());
-  host_redirect(CoefficientPath(), path.c_str());
   gAlgoVersion = 0;
   gRuntimeParam = {};
 }
@@ -65,15 +53,6 @@ Surroundings::Surroundings() {
 Surroundings::~Surroundings() {
   scripted_session::Reset();
   binaural_algorithm_release_1_0(&gRuntimeParam);
-}
-
-void SetCoefficientFile(const void* text, size_t size) {
-  FUZZ_CHECK(ftruncate(CoefficientFile(), 0) == 0);
-  FUZZ_CHECK(pwrite(CoefficientFile(), text, size, 0) == static_cast<ssize_t>(size));
-}
-
-const char* CoefficientPath() {
-  return "/odm/etc/binaural_record_algo_coeffs.xml";
 }
 
 }  // namespace fuzz

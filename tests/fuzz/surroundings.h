@@ -1,9 +1,6 @@
 // The module for a fuzz target: a log that keeps nothing, a scripted session, and no waiting. A wait
 // with a deadline, on this one thread, can only run into it: the clock is moved there at once.
-#ifndef TESTS_FUZZ_SURROUNDINGS_H_
-#define TESTS_FUZZ_SURROUNDINGS_H_
-
-#include <cstddef>
+#pragma once
 
 #include "tests/robustness/module_calls.h"
 
@@ -19,10 +16,4 @@ class Surroundings {
   Surroundings& operator=(const Surroundings&) = delete;
 };
 
-// Makes `text` the coefficient file of the next device open.
-void SetCoefficientFile(const void* text, size_t size);
-const char* CoefficientPath();
-
 }  // namespace fuzz
-
-#endif  // TESTS_FUZZ_SURROUNDINGS_H_

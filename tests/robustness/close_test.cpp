@@ -5,12 +5,9 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <mutex>
 #include <random>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,14 +19,10 @@
 namespace {
 
 using namespace std::chrono_literals;
-using scripted_session::Answer;
-using scripted_session::Current;
-using scripted_session::LastRegistration;
-using scripted_session::SessionParams;
-using scripted_session::Status;
+using namespace scripted_session;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kIterations = 2500;  // of each of the three positions
+constexpr int kIterations = 2500;  // of each race
 
 // Something that has happened or not; waiting for it has an end.
 class Event {
@@ -39,9 +32,9 @@ class Event {
     set_ = set;
     changed_.notify_all();
   }
-  bool Wait() {
+  bool Wait(std::chrono::seconds limit = 60s) {
     std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, 60s, [this] { return set_; });
+    return changed_.wait_for(lock, limit, [this] { return set_; });
   }
 
  private:
@@ -62,7 +55,7 @@ class Closing : public testing::Test {
   }
   ~Closing() override {
     device_->common.close(&device_->common);
-    scripted_session::Reset();
+    Reset();
   }
 
   audio_stream_in* Open() {
@@ -80,17 +73,43 @@ class Closing : public testing::Test {
     return stream->read(stream, pcm, sizeof(pcm));
   }
 
-  // Opens, reads on a second thread until a read fails, closes at a random moment after `reached_`.
-  void RaceReaderAgainstClose() {
+  LogCapture log_{ANDROID_LOG_FATAL};
+  audio_hw_device* const device_ = OpenDevice();
+  Clock::duration longest_close_{};
+};
+
+// On a second thread a read waits for the start, waits in the port or processes; the close comes at a random
+// moment after it got there.
+TEST_F(Closing, EndsAReadWhereverItIs) {
+  const struct {
+    const char* where;
+    bool starts, waits_in_port;
+  } kPositions[] = {{"start", false, false}, {"port", true, true}, {"processing", true, false}};
+  for (const auto& position : kPositions) {
+    SCOPED_TRACE(position.where);
+    Event reached, stopped;
+    Current().on_start = [&] {
+      stopped.Set(false);
+      if (position.starts) {
+        return StartAtOnce();
+      }
+      reached.Set();
+      return true;  // and no answer
+    };
+    Current().on_stop = [&] { stopped.Set(); };
+    Current().on_read = [&](void*, size_t bytes) {
+      reached.Set();
+      return stopped.Wait(position.waits_in_port ? 60s : 0s) ? 0 : bytes;
+    };
     std::mt19937 random(1);
     for (int n = 0; n < kIterations; ++n) {
-      reached_.Set(false);
+      reached.Set(false);
       audio_stream_in* stream = Open();
       std::thread reader([stream] {
         while (Read(stream) > 0) {
         }
       });
-      ASSERT_TRUE(reached_.Wait());
+      ASSERT_TRUE(reached.Wait());
       for (volatile uint32_t spin = random() % 2000; spin > 0; spin = spin - 1) {
       }
       Close(stream);
@@ -100,62 +119,20 @@ class Closing : public testing::Test {
     }
     EXPECT_LT(longest_close_, 4s) << "the close did not wake what it waited for";
   }
-
-  LogCapture log_{ANDROID_LOG_FATAL};
-  Event reached_;
-  audio_hw_device* const device_ = OpenDevice();
-  Clock::duration longest_close_{};
-};
-
-TEST_F(Closing, WakesAReadThatWaitsForTheStart) {
-  Current().on_start = [&] {
-    reached_.Set();
-    return true;  // and no answer
-  };
-  RaceReaderAgainstClose();
-}
-
-TEST_F(Closing, WakesAReadThatWaitsInThePort) {
-  Event stopped;
-  Current().on_start = [&] {
-    stopped.Set(false);
-    return StartAtOnce();
-  };
-  Current().on_stop = [&] { stopped.Set(); };
-  Current().on_read = [&](void*, size_t) -> size_t {
-    reached_.Set();
-    stopped.Wait();
-    return 0;
-  };
-  RaceReaderAgainstClose();
-}
-
-TEST_F(Closing, WaitsForAReadThatProcesses) {
-  std::atomic<bool> stopped{false};
-  Current().on_start = [&] {
-    stopped = false;
-    return StartAtOnce();
-  };
-  Current().on_stop = [&] { stopped = true; };
-  Current().on_read = [&](void*, size_t bytes) {
-    reached_.Set();
-    return stopped ? 0 : bytes;
-  };
-  RaceReaderAgainstClose();
 }
 
 TEST_F(Closing, KeepsTheMemoryOfAReadThatNeverComesBack) {
   log_.SetMinimumPriority(ANDROID_LOG_ERROR);
-  Event released;
+  Event reached, released;
   Current().on_read = [&](void*, size_t bytes) {
-    reached_.Set();
+    reached.Set();
     released.Wait();
     return bytes;
   };
   audio_stream_in* stream = Open();
   ssize_t read_result = -1;
   std::thread reader([&] { read_result = Read(stream); });
-  ASSERT_TRUE(reached_.Wait());
+  ASSERT_TRUE(reached.Wait());
   Close(stream);
   EXPECT_GE(longest_close_, 5s);
   EXPECT_LT(longest_close_, 10s);
@@ -189,7 +166,7 @@ TEST_F(Closing, LeavesAStreamThatIsOpenedMeanwhileItsAlgorithm) {
   Close(second);
 }
 
-void CallEverything(const std::shared_ptr<const scripted_session::Registration>& registration) {
+void CallEverything(const std::shared_ptr<const Registration>& registration) {
   if (registration != nullptr) {
     const auto& [callbacks, cookie] = *registration;
     callbacks.session_params_cb(cookie, SessionParams{});
@@ -199,6 +176,7 @@ void CallEverything(const std::shared_ptr<const scripted_session::Registration>&
   }
 }
 
+// A session may call back inside a call, also from its own thread and not returning before that.
 TEST_F(Closing, OutlivesCallbacksFromTwoThreadsAndFromInsideEveryCall) {
   std::atomic<bool> quit{false};
   // Each keeps calling the last registration it saw, also when its port has gone.
@@ -211,17 +189,13 @@ TEST_F(Closing, OutlivesCallbacksFromTwoThreadsAndFromInsideEveryCall) {
     }
   };
   std::thread first_session(hammer), second_session(hammer);
-  const auto from_inside = [] { CallEverything(LastRegistration()); };
-  Current().on_register = [&]() -> uint16_t {
-    from_inside();
-    return LastRegistration()->cookie;
-  };
-  Current().on_start = [&] {
-    from_inside();
+  const auto from_another_thread = [] { std::thread(CallEverything, LastRegistration()).join(); };
+  Current().on_start = [] {
+    CallEverything(LastRegistration());
     return !StartAtOnce();  // no waiting for an answer that a session change may have undone
   };
-  Current().on_stop = from_inside;
-  Current().on_unregister = from_inside;
+  Current().on_stop = from_another_thread;
+  Current().on_unregister = from_another_thread;
   for (int n = 0; n < kIterations; ++n) {
     audio_stream_in* stream = Open();
     stream->start(stream);
@@ -231,16 +205,6 @@ TEST_F(Closing, OutlivesCallbacksFromTwoThreadsAndFromInsideEveryCall) {
   quit = true;
   first_session.join();
   second_session.join();
-}
-
-TEST_F(Closing, LetsTheSessionWaitForItsCallbacks) {
-  // A session that calls back from its own thread and does not return from the call before that.
-  const auto from_another_thread = [] { std::thread(CallEverything, LastRegistration()).join(); };
-  Current().on_stop = from_another_thread;
-  Current().on_unregister = from_another_thread;
-  audio_stream_in* stream = Open();
-  ASSERT_EQ(Read(stream), 2048);
-  Close(stream);
   EXPECT_LT(longest_close_, 4s);
 }
 

@@ -26,15 +26,13 @@ std::atomic<int64_t> g_live_blocks;
 // Counts one allocation of this thread; true when it is to fail.
 bool Refuse() {
   auto& [nth, for_good, seen] = t_failing;
-  return nth != 0 && (++seen == nth || (for_good && seen > nth));
+  const bool refuse = nth != 0 && (++seen == nth || (for_good && seen > nth));
+  errno = refuse ? ENOMEM : errno;
+  return refuse;
 }
 
 void* Counted(void* block) {
-  if (block == nullptr) {
-    errno = ENOMEM;
-  } else {
-    ++g_live_blocks;
-  }
+  g_live_blocks += block != nullptr;
   return block;
 }
 
@@ -146,31 +144,14 @@ void* calloc(size_t count, size_t bytes) noexcept {
 }
 
 void* realloc(void* block, size_t bytes) noexcept {
-  if (block != nullptr && bytes == 0) {
-    free(block);
-    return nullptr;
-  }
   Note(interposer::kAllocation);
-  if (Refuse()) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  void* moved = __libc_realloc(block, bytes);
+  void* moved = Refuse() ? nullptr : __libc_realloc(block, bytes);
   return block == nullptr ? Counted(moved) : moved;
 }
 
-void* memalign(size_t alignment, size_t bytes) noexcept {
+void* aligned_alloc(size_t alignment, size_t bytes) noexcept {
   Note(interposer::kAllocation);
   return Counted(Refuse() ? nullptr : __libc_memalign(alignment, bytes));
-}
-
-void* aligned_alloc(size_t alignment, size_t bytes) noexcept {
-  return memalign(alignment, bytes);
-}
-
-int posix_memalign(void** block, size_t alignment, size_t bytes) noexcept {
-  *block = memalign(alignment, bytes);
-  return *block == nullptr ? ENOMEM : 0;
 }
 
 void free(void* block) noexcept {

@@ -4,8 +4,7 @@
 // Plain builds interpose malloc and its family for the whole process, and the calls that wait, sleep
 // or write. A sanitizer brings its own allocator: there only operator new and the product's own calls
 // of the malloc family are seen (the linker's --wrap), and leaks are the sanitizer's to find.
-#ifndef TESTS_ROBUSTNESS_INTERPOSER_H_
-#define TESTS_ROBUSTNESS_INTERPOSER_H_
+#pragma once
 
 #include <array>
 #include <cstdint>
@@ -46,5 +45,3 @@ Deeds DeedsOf(Call call) {
 #endif
 
 }  // namespace interposer
-
-#endif  // TESTS_ROBUSTNESS_INTERPOSER_H_

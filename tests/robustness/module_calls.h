@@ -1,6 +1,5 @@
 // The two calls with which everything begins, for tests that load the module into their own program.
-#ifndef TESTS_ROBUSTNESS_MODULE_CALLS_H_
-#define TESTS_ROBUSTNESS_MODULE_CALLS_H_
+#pragma once
 
 #include <hardware/audio.h>
 
@@ -18,5 +17,3 @@ inline int OpenStream(audio_hw_device* device, audio_stream_in** stream) {
   return device->open_input_stream(device, 13, AUDIO_DEVICE_IN_PROXY, &config, stream,
                                    AUDIO_INPUT_FLAG_NONE, "", AUDIO_SOURCE_CAMCORDER);
 }
-
-#endif  // TESTS_ROBUSTNESS_MODULE_CALLS_H_

@@ -1,6 +1,5 @@
 // A log sink for tests that count or fail allocations: it keeps no text and asks for no memory.
-#ifndef TESTS_ROBUSTNESS_QUIET_LOG_H_
-#define TESTS_ROBUSTNESS_QUIET_LOG_H_
+#pragma once
 
 #include <android/log.h>
 
@@ -23,5 +22,3 @@ class QuietLog {
  private:
   static inline std::atomic<uint64_t> lines_{0};
 };
-
-#endif  // TESTS_ROBUSTNESS_QUIET_LOG_H_

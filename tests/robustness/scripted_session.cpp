@@ -11,7 +11,6 @@ namespace {
 
 std::mutex g_mutex;
 std::shared_ptr<const Registration> g_last;  // guarded by g_mutex
-std::atomic<uint64_t> g_total_bytes{0};
 
 }  // namespace
 
@@ -24,7 +23,6 @@ void Reset() {
   Current() = Behaviour();
   std::lock_guard<std::mutex> lock(g_mutex);
   g_last.reset();
-  g_total_bytes = 0;
 }
 
 std::shared_ptr<const Registration> LastRegistration() {
@@ -58,12 +56,9 @@ uint16_t BluetoothAudioSession::RegisterStatusCback(const PortStatusCallbacks& c
   static std::atomic<uint16_t> last_cookie{0};
   uint16_t cookie = ++last_cookie;
   cookie = cookie == 0 ? ++last_cookie : cookie;
-  auto registration = std::make_shared<const Registration>(Registration{callbacks, cookie});
-  {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_last = registration;
-  }
-  return Current().on_register ? Current().on_register() : registration->cookie;
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_last = std::make_shared<const Registration>(Registration{callbacks, cookie});
+  return cookie;
 }
 
 void BluetoothAudioSession::UnregisterStatusCback(uint16_t) {
@@ -96,7 +91,6 @@ size_t BluetoothAudioSession::InReadPcmData(void* buffer, size_t bytes) {
     return Current().on_read(buffer, bytes);
   }
   memset(buffer, 0x11, bytes);
-  g_total_bytes += bytes;
   return bytes;
 }
 
@@ -107,7 +101,7 @@ bool BluetoothAudioSession::GetPresentationPosition(uint64_t* delay_report_ns,
     return Current().on_position(delay_report_ns, total_bytes, data_position);
   }
   *delay_report_ns = 0;
-  *total_bytes = g_total_bytes;
+  *total_bytes = 0;
   clock_gettime(CLOCK_MONOTONIC, data_position);
   return true;
 }

@@ -1,8 +1,7 @@
 // A Bluetooth audio session that lies in the test program, in place of the session library's: what
 // each call of the module gets is decided inside the call. It has no thread and no pace of its own,
 // and in its default behaviour it neither allocates nor locks while PCM is read.
-#ifndef TESTS_ROBUSTNESS_SCRIPTED_SESSION_H_
-#define TESTS_ROBUSTNESS_SCRIPTED_SESSION_H_
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -21,9 +20,8 @@ struct Behaviour {
   bool ready = true;
   PcmParameters parameters{SampleRate::RATE_48000, ChannelMode::STEREO, BitsPerSample::BITS_16};
   // Called inside the call of that name; empty: as a session that works.
-  std::function<uint16_t()> on_register;  // the cookie
-  std::function<void()> on_unregister;    // before the session forgets the callables
-  std::function<bool()> on_start;         // empty: SUCCESS before the call returns
+  std::function<void()> on_unregister;  // before the session forgets the callables
+  std::function<bool()> on_start;       // empty: SUCCESS before the call returns
   std::function<void()> on_stop;
   std::function<size_t(void* buffer, size_t bytes)> on_read;  // empty: fills the buffer
   std::function<bool(uint64_t* delay_ns, uint64_t* total_bytes, timespec* position)> on_position;
@@ -44,5 +42,3 @@ std::shared_ptr<const Registration> LastRegistration();
 void Answer(const std::shared_ptr<const Registration>& registration, Status status);
 
 }  // namespace scripted_session
-
-#endif  // TESTS_ROBUSTNESS_SCRIPTED_SESSION_H_

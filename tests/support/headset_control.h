@@ -1,6 +1,5 @@
 // The virtual headset's controls for tests: what cannot be done fails the test with the headset's words.
-#ifndef TESTS_SUPPORT_HEADSET_CONTROL_H_
-#define TESTS_SUPPORT_HEADSET_CONTROL_H_
+#pragma once
 
 #include <string>
 
@@ -22,5 +21,3 @@ inline void Do(const std::string& action) {
   std::string error;
   ASSERT_TRUE(virtual_headset::Do(action, &error)) << error;
 }
-
-#endif  // TESTS_SUPPORT_HEADSET_CONTROL_H_
