@@ -1,6 +1,5 @@
 // What the capture thread does: nothing that can take unbounded time in the library's stages, and in
 // in_read only the one temporary of a supplementary read.
-#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -18,31 +17,23 @@ using interposer::Deeds;
 using interposer::DeedsOf;
 
 TEST(StagesInRealTime, NeitherAllocateNorLockNorWaitNorTouchFiles) {
-  std::array<int16_t, 1024> pcm{};
-  int16_t* channels[2] = {&pcm[0], &pcm[1]};
-  const bcap_buffer_desc_t block{2, 2, 4, channels};
   std::vector<char> scratch(32 * 1024);
-  std::vector<int32_t> bands(75);
   for (const uint32_t mode : {0, 1, 2, 3}) {
     for (const uint32_t rate_hz : {44100, 48000}) {
-      const Capture capture(mode, rate_hz);
-      const bcap_handle_t handle = capture.handle();
+      Capture capture(mode, rate_hz);
+      std::vector<int32_t> bands(rate_hz == 48000 ? 73 : 75);
       for (const auto stage : {bcap_pre_process, bcap_analysis_process, bcap_post_process}) {
         for (int n = 0; n < 64; ++n) {
-          for (size_t i = 0; i < pcm.size(); ++i) {
-            pcm[i] = static_cast<int16_t>((i * 7919 + static_cast<size_t>(n) * 104729) * 31);
-          }
+          Stereo pcm = noise(0.3, kBlock, n);
+          int16_t* channels[2] = {pcm.left.data(), pcm.right.data()};
+          const bcap_buffer_desc_t block{2, 2, 2, channels};
           // Something for the block to take up: every derived value is computed anew.
-          bcap_pregain_enable_set(handle, 1);
-          bcap_postgain_enable_set(handle, 1);
-          bcap_rnn_enable_set(handle, n % 3);
-          bcap_selfie_mode_set(handle, n % 2);
-          bcap_pregain_boost_set(handle, n * 5);
           bands[0] = -n;
-          bcap_peq_band_gain_tuning_set(handle, rate_hz == 48000 ? 73 : 75, bands.data());
+          capture.GainBefore(n * 5).MakeUpGain(n).Equalise(bands);
+          capture.Set(bcap_rnn_enable_set, n % 3).Set(bcap_selfie_mode_set, n % 2);
           int result = -1;
           const Deeds deeds =
-              DeedsOf([&] { result = stage(handle, &block, &block, scratch.data()); });
+              DeedsOf([&] { result = stage(capture.handle(), &block, &block, scratch.data()); });
           ASSERT_EQ(result, 0);
           ASSERT_EQ(deeds, Deeds{}) << "mode " << mode << ", " << rate_hz;
         }
