@@ -15,6 +15,13 @@ import xml.etree.ElementTree as ElementTree
 ROOT, CMAKE_SOURCES, SCRATCH = (pathlib.Path(argument) for argument in sys.argv[1:4])
 
 
+def plain(value):
+    """The Python value of an expression as the parser dumps it."""
+    if not isinstance(value, dict):
+        return value
+    return [plain(item) for item in value["Values"]] if "Values" in value else plain(value["Value"])
+
+
 class BuildFile(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -22,7 +29,9 @@ class BuildFile(unittest.TestCase):
                            GOCACHE=str(SCRATCH / "go"), GOFLAGS="")
         parsed = subprocess.check_output(["go", "run", ROOT / "tests/android/dump_blueprint.go"],
                                          env=environment, stdin=open(ROOT / "Android.bp"))
-        cls.modules = {m["name"]: m for m in json.loads(parsed)}
+        definitions = [{p["Name"]: plain(p["Value"]) for p in definition["Properties"]}
+                       for definition in json.loads(parsed) if "Properties" in definition]
+        cls.modules = {properties["name"]: properties for properties in definitions}
 
     def test_module_is_built_as_the_audio_service_needs_it(self):
         own = self.modules["audio.binaural_record.default"]
@@ -55,18 +64,15 @@ class BuildFile(unittest.TestCase):
         for module in self.modules.values():
             named = module.get("export_include_dirs", []) + module.get("local_include_dirs", [])
             named += [module[key] for key in ("version_script", "src") if key in module]
-            for path in named:
-                self.assertTrue((ROOT / path).exists(), path)
+            self.assertEqual([path for path in named if not (ROOT / path).exists()], [])
 
-    def test_coefficient_file_lands_where_the_module_looks(self):
+    def test_what_is_installed_lands_where_it_is_looked_for(self):
+        makefile = (ROOT / "android/binaural_record.mk").read_text()
+        self.assertEqual(re.findall(r"PRODUCT_PACKAGES \+= (.*)", makefile),
+                         ["audio.binaural_record.default"])
         self.assertTrue(self.modules["binaural_record_algo_coeffs.xml"]["device_specific"])
         sources = "".join(p.read_text() for p in (ROOT / "binaural_record").rglob("*.h"))
         self.assertIn('"/odm/etc/binaural_record_algo_coeffs.xml"', sources)
-
-    def test_product_makefile_names_the_module(self):
-        text = (ROOT / "android/binaural_record.mk").read_text()
-        self.assertEqual(re.findall(r"PRODUCT_PACKAGES \+= (.*)", text),
-                         ["audio.binaural_record.default"])
 
     def test_labels_cover_exactly_what_is_installed(self):
         installed = ["/odm/lib/hw/audio.binaural_record.default.so",
@@ -93,23 +99,20 @@ class BuildFile(unittest.TestCase):
 class PolicyEntry(unittest.TestCase):
     def test_has_the_platform_s_shape_and_offers_what_the_module_can_record(self):
         module = ElementTree.parse(ROOT / "android/audio_policy_module.xml").getroot()
-        self.assertEqual(module.attrib, {"name": "binaural_record", "halVersion": "2.0"})
+        mix, device = "binaural_record input", "Binaural Headset In"
+        profile = ("profile", {"name": "", "format": "AUDIO_FORMAT_PCM_16_BIT",
+                               "samplingRates": "44100,48000", "channelMasks": "AUDIO_CHANNEL_IN_STEREO"})
         # In the order of the platform's parser. No attached device: it would be opened at boot.
-        self.assertEqual([element.tag for element in module.iter()],
-                         ["module", "mixPorts", "mixPort", "profile",
-                          "devicePorts", "devicePort", "profile", "routes", "route"])
-        mix, device, route = (module.find(path) for path in
-                              ("mixPorts/mixPort", "devicePorts/devicePort", "routes/route"))
-        self.assertEqual(mix.attrib, {"name": mix.get("name"), "role": "sink",
-                                      "maxOpenCount": "1", "maxActiveCount": "1"})
-        self.assertEqual(device.attrib, {"tagName": device.get("tagName"), "role": "source",
-                                         "type": "AUDIO_DEVICE_IN_PROXY"})
-        self.assertEqual(route.attrib, {"type": "mix", "sink": mix.get("name"),
-                                        "sources": device.get("tagName")})
-        for profile in module.iter("profile"):
-            self.assertEqual(profile.attrib, {
-                "name": "", "format": "AUDIO_FORMAT_PCM_16_BIT", "samplingRates": "44100,48000",
-                "channelMasks": "AUDIO_CHANNEL_IN_STEREO"})
+        self.assertEqual([(element.tag, element.attrib) for element in module.iter()], [
+            ("module", {"name": "binaural_record", "halVersion": "2.0"}),
+            ("mixPorts", {}),
+            ("mixPort", {"name": mix, "role": "sink", "maxOpenCount": "1", "maxActiveCount": "1"}),
+            profile,
+            ("devicePorts", {}),
+            ("devicePort", {"tagName": device, "role": "source", "type": "AUDIO_DEVICE_IN_PROXY"}),
+            profile,
+            ("routes", {}),
+            ("route", {"type": "mix", "sink": mix, "sources": device})])
 
 
 if __name__ == "__main__":
