@@ -53,10 +53,9 @@ class Recordings(unittest.TestCase):
         without_network = SCRATCH / "without_network.xml"
         sample = (ROOT / "etc/binaural_record_algo_coeffs.xml").read_text()
         without_network.write_text(re.sub('("rnn_enable" value=)"1"', r'\1"0"', sample))
-        built_in, headset = [], ["--headset", "Alder Buds"]
-        network = True
-        cases = {"48 kHz, built-in tuning": (48000, built_in, network),
-                 "44.1 kHz, built-in tuning": (44100, built_in, network),
+        headset, network = ["--headset", "Alder Buds"], True
+        cases = {"48 kHz, built-in tuning": (48000, [], network),
+                 "44.1 kHz, built-in tuning": (44100, [], network),
                  "headset of the sample file": (48000, headset, network),
                  "mirrored selfie": (48000, headset + ["--orientation", "front", "--mirror"], network),
                  "no network": (48000, headset + ["--coefficients", str(without_network)], not network),
@@ -65,8 +64,7 @@ class Recordings(unittest.TestCase):
             source = SCRATCH / f"input-{rate}.wav"
             if not source.exists():
                 write_input(source, rate)
-            native = record(NATIVE_RECORDER, source, options)
-            arm = record(ARM_RECORDER, source, options)
+            native, arm = (record(recorder, source, options) for recorder in (NATIVE_RECORDER, ARM_RECORDER))
             with self.subTest(name):
                 self.assertEqual(len(native), len(arm))
                 self.assertGreaterEqual(len(native), 2 * rate * (SECONDS - 1))

@@ -7,7 +7,6 @@
 #include "tests/tools/tune/tune_test_support.h"
 #include "tools/tune/lint.h"
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -194,15 +193,6 @@ TEST(TuneLint, SaysEachFaultAtItsPlaceAsTheModuleAndTheSchemaSeeIt) {
     EXPECT_EQ(ModuleAccepts(path), row.module_accepts);
     EXPECT_EQ(SchemaAccepts(path), row.schema_accepts);
   }
-}
-
-TEST(TuneLint, StrictMakesErrorsOfWarningsAndLeavesNotes) {
-  const ScratchFolder folder;
-  const std::string path = folder.Write(
-      "case.xml", FileWith("<module name=\"n\"><mode value=\"0\"><param name=\"hpf_enable\" "
-                           "value=\"2\"/></mode></module>"));
-  EXPECT_THAT(Places(tune::Lint(tune::CoefficientFile(path), true)),
-              ElementsAre("8:15 note unused", "8:66 error switch"));
 }
 
 TEST(TuneLint, SampleFileIsCleanForLintAndSchema) {
