@@ -1,7 +1,6 @@
 // Recordings through `process`, and what `plot` and the report draw.
 #include <algorithm>
 #include <cmath>
-#include <random>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -26,18 +25,10 @@ using testing::StartsWith;
 
 namespace {
 
-// A tone that comes and goes over noise, different in both ears.
-tune::Recording Sound(uint32_t rate_hz, size_t frames) {
-  std::mt19937 random(7);
+tune::Recording RecordingOf(const Stereo& sound, uint32_t rate_hz = 48000) {
   tune::Recording recording{rate_hz, {}};
-  for (size_t n = 0; n < frames; ++n) {
-    const double seconds = static_cast<double>(n) / rate_hz;
-    const double swell = std::max(0.0, std::sin(3.0 * seconds));
-    const double tone = 2500.0 * swell * std::sin(2.0 * M_PI * 440.0 * seconds);
-    for (const double share : {1.0, 0.6}) {
-      const double noise = static_cast<double>(random() % 200) - 100.0;
-      recording.samples.push_back(static_cast<int16_t>(std::lround(share * tone + noise)));
-    }
+  for (size_t n = 0; n < sound.frames(); ++n) {
+    recording.samples.insert(recording.samples.end(), {sound.left[n], sound.right[n]});
   }
   return recording;
 }
@@ -75,29 +66,22 @@ using TunePlot = TuneProcess;
 TEST_F(TuneProcess, EqualsTheLibraryUsedDirectlyWithoutItsDelay) {
   folder_.Write("a.xml", TuningWith(R"(<param name="nfm_amount" value="0"/>)", Zeros(73)));
   for (const uint32_t rate_hz : {48000u, 44100u}) {
-    const tune::Recording input = Sound(rate_hz, 180 * kBlock - 35);
+    const Stereo sound = sine(997.0, 0.07, 0.03, 180 * kBlock - 35);
+    const tune::Recording input = RecordingOf(sound, rate_hz);
     WriteInput(input);
     ASSERT_EQ(Process("--force --headset H").exit_code, 0);
     EXPECT_EQ(Output().sample_rate_hz, rate_hz);
     EXPECT_TRUE(Output().samples == input.samples);
 
     EXPECT_THAT(Process("--force --headset Unknown").out, HasSubstr("built-in values are used"));
-    Stereo sound(182 * kBlock);
-    for (size_t n = 0; n < input.frames(); ++n) {
-      sound.left[n] = input.samples[2 * n];
-      sound.right[n] = input.samples[2 * n + 1];
-    }
-    sound = Capture(0, rate_hz).Everything().Process(sound).Part(1024, input.frames());
-    std::vector<int16_t> expected;
-    for (size_t n = 0; n < input.frames(); ++n) {
-      expected.insert(expected.end(), {sound.left[n], sound.right[n]});
-    }
-    EXPECT_TRUE(Output().samples == expected);
+    const Stereo processed =
+        Capture(0, rate_hz).Everything().Process(sound.Then(Stereo(35 + 2 * kBlock)));
+    EXPECT_TRUE(Output().samples == RecordingOf(processed.Part(1024, sound.frames())).samples);
   }
 }
 
 TEST_F(TuneProcess, MatchesLoudnessOnRequest) {
-  const tune::Recording input = Sound(48000, 48000 * 8);
+  const tune::Recording input = RecordingOf(noise(0.05, 8 * 48000));
   WriteInput(input);
   const double before = tune::MeasureLevels(input).loudness_lufs;
   Process("--headset H");
@@ -107,8 +91,8 @@ TEST_F(TuneProcess, MatchesLoudnessOnRequest) {
 }
 
 TEST_F(TuneProcess, RefusesWhatItCannotProcessAndKeepsFiles) {
-  WriteInput(Sound(48000, 1000));
-  tune::WriteRecording(folder_.Path("slow.wav"), Sound(32000, 1000), true);
+  WriteInput(RecordingOf(Stereo(1000)));
+  tune::WriteRecording(folder_.Path("slow.wav"), RecordingOf(Stereo(1000), 32000), true);
   std::string mono = ReadFile(in_);
   mono[22] = 1;  // channels in the header
   folder_.Write("mono.wav", mono);
@@ -129,7 +113,7 @@ TEST_F(TuneProcess, RefusesWhatItCannotProcessAndKeepsFiles) {
 }
 
 TEST_F(TuneReport, IsOnePageThatNeedsNothingElse) {
-  WriteInput(Sound(48000, 48000));
+  WriteInput(RecordingOf(noise(0.05, 48000)));
   ASSERT_EQ(Process("--headset '<H>' --report " + folder_.Path("r.html")).exit_code, 0);
   const std::string page = ReadFile(folder_.Path("r.html"));
   EXPECT_THAT(page, StartsWith("<!DOCTYPE html>"));
@@ -189,12 +173,7 @@ TEST_F(TunePlot, TheMeasuredResponseIsThatOfTheStages) {
 
 TEST(TuneMeasure, LevelsOfKnownSounds) {
   // A sine of 1 kHz at -20 dB of full scale is -23 LUFS in one ear, and half of it 6 dB less.
-  tune::Recording recording{48000, {}};
-  for (size_t n = 0; n < 48000 * 5; ++n) {
-    const auto sample = static_cast<int16_t>(std::lround(3276.7 * std::sin(2.0 * M_PI * n / 48.0)));
-    recording.samples.push_back(sample);
-    recording.samples.push_back(static_cast<int16_t>(sample / 2));
-  }
+  const tune::Recording recording = RecordingOf(sine(1000.0, 0.1, 0.05, 5 * 48000));
   const tune::Levels levels = tune::MeasureLevels(recording);
   EXPECT_THAT((std::vector{levels.channels[0].loudness_lufs, levels.channels[1].loudness_lufs,
                            levels.loudness_lufs, levels.range_lu, levels.channels[0].true_peak_dbtp,
