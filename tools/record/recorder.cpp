@@ -19,6 +19,7 @@
 #include "tools/common/failure.h"
 #include "tools/common/log_sink.h"
 #include "tools/common/paths.h"
+#include "tools/common/wav_header.h"
 #include "tools/record/capture.h"
 #include "tools/record/exit_codes.h"
 #include "tools/record/failures.h"
@@ -216,6 +217,9 @@ void Recorder::ChooseCoefficients() {
 void Recorder::OpenModule() {
   for (const std::string& warning : ParameterWarnings(options_)) {
     Warn(warning);
+  }
+  if (const std::string shortfall = WavShortfall(options_.input); !shortfall.empty()) {
+    Warn(shortfall);
   }
   session_ = std::make_unique<ModuleSession>(options_.module);
   report_.module = session_->module_file();

@@ -7,6 +7,7 @@
 #include "tools/common/console.h"
 #include "tools/common/failure.h"
 #include "tools/common/paths.h"
+#include "tools/common/wav_header.h"
 #include "tools/tune/commands.h"
 #include "tools/tune/exit_codes.h"
 #include "tools/tune/measure.h"
@@ -89,6 +90,9 @@ int RunProcess(const ProcessOptions& options) {
   TuningRequest request = RequestOf(options.situation);
   request.sample_rate_hz = input.sample_rate_hz;
   tools::Console& console = tools::TheConsole();
+  if (const std::string shortfall = tools::WavShortfall(options.input); !shortfall.empty()) {
+    console.Line(shortfall);
+  }
 
   TunedRuntime runtime(file->effective(), request);
   const std::string choice = ExplainChoice(*file, request, runtime.choice());

@@ -163,14 +163,22 @@ class Recording(RecorderTest):
                     self.assertEqual((got_rate, channels, len(samples)), (int(rate), 2, 2 * frames))
 
     def test_a_file_is_recorded_from_its_first_to_its_last_frame(self):
-        for rate, channels, frames, args, recorded, warning in [
-            (48000, 2, 12345, [], 12345, ""), (44100, 2, 7, [], 7, ""), (48000, 1, 4800, [], 4800, ""),
-            (48000, 2, 4800, ["-d", "1"], 48000, '"in.wav" is shorter than the recording; silence follows it'),
+        for rate, channels, frames, announced, args, recorded, warning in [
+            (48000, 2, 12345, None, [], 12345, ""), (44100, 2, 7, None, [], 7, ""),
+            (48000, 1, 4800, None, [], 4800, ""), (48000, 2, 480, 0xFFFFFFFF, [], 480, ""),  # as a stream begins
+            (48000, 2, 480, 1957, [], 480, ""),  # with padding that was left out
+            (48000, 2, 480, 1958, [], 480, "in.wav ends early: its header announces 1966 bytes, it has 1964"),
+            (48000, 2, 4800, None, ["-d", "1"], 48000, '"in.wav" is shorter than the recording; silence follows it'),
         ]:
-            with self.subTest(rate=rate, channels=channels, args=args):
+            with self.subTest(rate=rate, channels=channels, announced=announced, args=args):
                 write_wav("in.wav", rate, frames, channels)
+                if announced is not None:
+                    data = bytearray(Path("in.wav").read_bytes())
+                    data[4:8] = announced.to_bytes(4, "little")
+                    Path("in.wav").write_bytes(data)
                 text = self.run_recorder("--fast", "--force", "-i", "in.wav", *args, "out.wav")
                 self.assertIn(warning, text)
+                self.assertEqual("warning: " in text, warning != "", text)
                 got_rate, got_channels, samples = read_wav("out.wav")
                 self.assertEqual((got_rate, got_channels, len(samples)), (rate, 2, 2 * recorded))
                 self.assertTrue(channels == 2 or samples[::2] == samples[1::2], "heard by both ears")
