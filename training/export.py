@@ -7,12 +7,13 @@ generalization", UAI 2018.
 """
 import argparse
 import os
+import sys
 
 import numpy as np
 import torch
 
 from capture_blocks import FEATURES, HERE, WORK
-from train import Network
+from train import trained
 
 FEATURE_STEPS, ACTIVATION_STEPS = 2048.0, 16384.0
 
@@ -44,9 +45,11 @@ def expected_gains(network):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("states", nargs="*", default=[os.path.join(WORK, "network.pt")], help="that train.py has written")
-    states = [torch.load(path) for path in parser.parse_args().states]
-    network = Network()
+    parser.add_argument("states", nargs="*", type=trained, metavar="STATE",
+                        help="that train.py has written (default: training/work/network.pt)")
+    networks = parser.parse_args(sys.argv[1:] or [os.path.join(WORK, "network.pt")]).states
+    states = [network.state_dict() for network in networks]
+    network = networks[0]
     network.load_state_dict({name: sum(state[name] for state in states) / len(states) for name in states[0]})
     torch.save(network.state_dict(), os.path.join(HERE, "network_state.pt"))
     text = "// Written by training/export.py from a trained network; docs/noise-network.md tells of the training.\n" \

@@ -43,6 +43,21 @@ class Network(nn.Module):
         return torch.sigmoid(self.out(torch.cat([h1, h2, now], -1))), (first.detach(), second.detach())
 
 
+def trained(path):
+    """The Network that was written to a file; inputs that it did not know yet begin without a say. As the type of an
+    argument it refuses what is no such file."""
+    network = Network()
+    try:
+        state = torch.load(path)
+        for layer in ("dense.weight", "out.weight"):
+            missing = network.state_dict()[layer].shape[1] - state[layer].shape[1]
+            state[layer] = nn.functional.pad(state[layer], (0, missing))
+        network.load_state_dict(state)
+    except Exception as error:  # whatever a wrong file makes of unpickling
+        raise argparse.ArgumentTypeError(f'"{path}" is no state that train.py has written: {error}')
+    return network
+
+
 def third_octaves():
     """(BANDS, 15) share of each band in the third octaves from 150 Hz that STOI hears in."""
     edges = capture_blocks.band_edges_hz()
@@ -133,13 +148,15 @@ WEIGHTS = (0.5, 1.5, 0.7, 0.08, 6.0, 24.0, 1.2, 3.0)
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--minutes", type=float, default=60)
-    parser.add_argument("--batch", type=int, default=32)
-    parser.add_argument("--rate", type=float, default=3e-3)
-    parser.add_argument("--start", help="state to begin with")
-    parser.add_argument("--name", default="network")
+    parser.add_argument("--seed", type=int, default=1, help="of the first weights and the order of the scenes (default 1)")
+    parser.add_argument("--minutes", type=float, default=60, help="by the clock, over which the rate falls to nothing (60)")
+    parser.add_argument("--batch", type=int, default=32, help="scenes per step (32)")
+    parser.add_argument("--rate", type=float, default=3e-3, help="highest step of a weight (0.003)")
+    parser.add_argument("--start", type=trained, metavar="STATE", help="to begin with, instead of random weights")
+    parser.add_argument("--name", default="network", help="of the state and the curve in training/work (network)")
     options = parser.parse_args()
+    if not os.path.exists(os.path.join(WORK, "targets.npy")):
+        parser.error(f"nothing to train on in {WORK}: run make_data.py first")
     torch.manual_seed(options.seed)
     torch.set_num_threads(1)
     # Keep freed memory: giving it back after each step costs as much time as the arithmetic.
@@ -151,13 +168,7 @@ def main():
     targets = np.load(os.path.join(WORK, "targets.npy"), mmap_mode="r")
     count = len(features) - HELD_BACK
     batch_of = lambda at: [torch.from_numpy(part[at]).float() for part in (features, targets)]
-    network = Network()
-    if options.start:
-        state = torch.load(options.start)
-        for layer in ("dense.weight", "out.weight"):  # inputs that it does not know yet begin without a say
-            missing = network.state_dict()[layer].shape[1] - state[layer].shape[1]
-            state[layer] = nn.functional.pad(state[layer], (0, missing))
-        network.load_state_dict(state)
+    network = options.start or Network()
     optimizer = torch.optim.Adam(network.parameters(), lr=options.rate)
     started, curve = time.time(), []
     spent = lambda: (time.time() - started) / (60 * options.minutes)  # of the time given
