@@ -99,10 +99,14 @@ TEST_F(TuneProcess, RefusesWhatItCannotProcessAndKeepsFiles) {
   folder_.Write("cut.wav", ReadFile(in_).substr(0, 3000));
   folder_.Write("there.wav", "kept");
   const std::tuple<const char*, const char*, int, const char*> kCases[] = {
-      {"mono.wav", "out.wav", 4, "1 channel(s)"}, {"slow.wav", "out.wav", 4, "32000 Hz"},
-      {"absent.wav", "out.wav", 4, "absent.wav"}, {"a.xml", "out.wav", 4, "a.xml"},
-      {".", "out.wav", 4, "not a regular file"},  {"in.wav", "there.wav", 4, "exists already"},
-      {"in.wav", "in.wav", 2, "the same file"},   {"in.wav", "none/out.wav", 4, "none/out.wav"},
+      {"mono.wav", "out.wav", 4, "1 channel(s)"},
+      {"slow.wav", "out.wav", 4, "32000 Hz"},
+      {"absent.wav", "out.wav", 4, "absent.wav"},
+      {"a.xml", "out.wav", 4, "a.xml"},
+      {".", "out.wav", 4, "not a regular file"},
+      {"in.wav", "there.wav", 4, "exists already"},
+      {"in.wav", "in.wav", 2, "the same file"},
+      {"in.wav", "none/out.wav", 4, "none/out.wav"},
       {"cut.wav", "cut_out.wav", 0, "announces 4044 bytes, it has 3000"},  // what is there is taken
   };
   for (const auto& [in, out, exit_code, message] : kCases) {
