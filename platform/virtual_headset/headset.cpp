@@ -94,7 +94,7 @@ bool Headset::Configure(const Settings& settings, std::string* error) {
   std::unique_ptr<SoundSource> source;
   switch (settings.source) {
     case Source::kScene:
-      source = MakeScene(rate_hz, settings.seed);
+      source = MakeScene(rate_hz);
       break;
     case Source::kTone:
       source = MakeTone(rate_hz);

@@ -534,8 +534,7 @@ class Room {
 
 class Scene : public SoundSource {
  public:
-  Scene(uint32_t rate_hz, uint32_t seed)
-      : voice_(rate_hz, Random(seed)), room_(rate_hz, Random(seed + 1)) {}
+  explicit Scene(uint32_t rate_hz) : voice_(rate_hz, Random(1)), room_(rate_hz, Random(2)) {}
 
   void Render(int16_t* stereo, size_t frames) override {
     for (size_t i = 0; i < frames; ++i) {
@@ -555,8 +554,8 @@ class Scene : public SoundSource {
 
 }  // namespace
 
-std::unique_ptr<SoundSource> MakeScene(uint32_t rate_hz, uint32_t seed) {
-  return std::make_unique<Scene>(rate_hz, seed);
+std::unique_ptr<SoundSource> MakeScene(uint32_t rate_hz) {
+  return std::make_unique<Scene>(rate_hz);
 }
 
 }  // namespace virtual_headset

@@ -10,9 +10,9 @@
 
 namespace virtual_headset {
 
-// Endless; the same sound for the same rate and seed. The first words come from the front, the way
+// Endless; the same sound for the same rate. The first words come from the front, the way
 // round leads over the right ear, once in 16 s. Speech is at about -30 LUFS.
-std::unique_ptr<SoundSource> MakeScene(uint32_t rate_hz, uint32_t seed);
+std::unique_ptr<SoundSource> MakeScene(uint32_t rate_hz);
 
 }  // namespace virtual_headset
 

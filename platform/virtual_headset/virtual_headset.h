@@ -49,7 +49,6 @@ struct Settings {
   // PCM is delivered in the reported rate's pace, channels and sample size; an unknown field counts
   // as 48 kHz, stereo, 16 bits.
   std::optional<PcmParameters> parameters = std::nullopt;
-  uint32_t seed = 1;  // of the scene
 };
 
 // Puts the headset into its first state: the new source at its beginning, no script, all counts

@@ -47,12 +47,6 @@ void ModuleFixture::UsePcm(const std::vector<int16_t>& samples) {
   Use(virtual_headset::Source::kWavFile, settings);
 }
 
-void ModuleFixture::UseParameters(const virtual_headset::PcmParameters& parameters) {
-  virtual_headset::Settings settings;
-  settings.parameters = parameters;
-  Use(virtual_headset::Source::kTone, settings);
-}
-
 void ModuleFixture::WriteCoefficients(const std::string& xml) {
   std::ofstream(folder + "/etc/binaural_record_algo_coeffs.xml") << xml;
 }

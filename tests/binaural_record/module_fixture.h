@@ -22,7 +22,6 @@ class ModuleFixture : public testing::Test {
   // --- Surroundings ---
   // Plays `samples` (interleaved stereo, 48 kHz), then nothing.
   void UsePcm(const std::vector<int16_t>& samples);
-  void UseParameters(const virtual_headset::PcmParameters& parameters);
   // One action of the fault script language, now.
   static void Headset(const std::string& action) { Do(action); }
   void WriteCoefficients(const std::string& xml);

@@ -7,10 +7,6 @@
 
 namespace {
 
-using vendor::corva::bluetooth_audio_extend::BitsPerSample;
-using vendor::corva::bluetooth_audio_extend::ChannelMode;
-using vendor::corva::bluetooth_audio_extend::SampleRate;
-
 using Sequences = ModuleFixture;
 
 TEST_F(Sequences, SecondOpenThatFailsLeavesTheFirstStreamSilent) {
@@ -47,7 +43,7 @@ TEST_F(Sequences, ClosingTheFirstOfTwoStreamsLeavesTheDeviceWithoutOne) {
 
 TEST_F(Sequences, FailedOpenKeepsNoBuffersBeyondTheDevice) {
   // With the session's parameters unknown the caller's count: 30 channels at an absurd rate.
-  UseParameters({SampleRate::RATE_UNKNOWN, ChannelMode::UNKNOWN, BitsPerSample::BITS_UNKNOWN});
+  Headset("parameters RATE_UNKNOWN UNKNOWN BITS_UNKNOWN");
   OpenDevice();
   config.sample_rate = 4000000;
   config.channel_mask = 0x80000000u | 0x3FFFFFFFu;
