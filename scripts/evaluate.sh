@@ -1,14 +1,19 @@
 #!/bin/sh
 # Prints how well the capture library reduces noise, on mixtures that training never saw.
 #
-# usage: scripts/evaluate.sh [--json FILE] [--amount N] [--every N]     all arguments go to training/evaluate.py
+# usage: scripts/evaluate.sh [--amount N] [--every N] [--json FILE] [--library FILE]
+#   --amount N      of the noise reduction, 0 to 8 (default 8, full)
+#   --every N       only every N-th mixture
+#   --json FILE     write all means there, too
+#   --library FILE  another build of the library, or "statistical" for the estimator without a network
 set -eu
-cd "$(dirname "$0")/.."
-scripts/install_dependencies.sh --record --evaluate
-case ${1:-} in -h | --help) exec /usr/bin/python3 training/evaluate.py --help ;; esac
-mkdir -p build-evaluate
-cmake -S . -B build-evaluate -DBINAURAL_TESTS=OFF > build-evaluate/configure.log 2>&1 ||
-  { cat build-evaluate/configure.log >&2; exit 1; }
-cmake --build build-evaluate --target capture_library > /dev/null
+case ${1:-} in -h | --help) sed -n '2,8s/^# \{0,1\}//p' "$0"; exit ;; esac
+root=$(dirname "$0")/..
+"$root"/scripts/install_dependencies.sh --record --evaluate
+build=$root/build-evaluate
+mkdir -p "$build"
+cmake -S "$root" -B "$build" -DBINAURAL_TESTS=OFF > "$build/configure.log" 2>&1 ||
+  { cat "$build/configure.log" >&2; exit 1; }
+cmake --build "$build" --target capture_library > /dev/null
 export OPENBLAS_NUM_THREADS=1
-exec /usr/bin/python3 training/evaluate.py "$@"
+exec /usr/bin/python3 "$root/training/evaluate.py" "$@"

@@ -51,7 +51,7 @@ def trained(path):
         state = torch.load(path)
         for layer in ("dense.weight", "out.weight"):
             missing = network.state_dict()[layer].shape[1] - state[layer].shape[1]
-            state[layer] = nn.functional.pad(state[layer], (0, missing))
+            state[layer] = nn.functional.pad(state[layer], (0, max(missing, 0)))
         network.load_state_dict(state)
     except Exception as error:  # whatever a wrong file makes of unpickling
         raise argparse.ArgumentTypeError(f'"{path}" is no state that train.py has written: {error}')
