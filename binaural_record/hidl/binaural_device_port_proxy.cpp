@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -25,6 +26,8 @@ namespace {
 constexpr std::chrono::milliseconds kStartTimeout{4500};
 constexpr useconds_t kSessionSettleUs = 100;
 constexpr size_t kStereoFrameBytes = 2 * sizeof(int16_t);
+
+std::atomic<uint32_t> gStartRequests{0};  // of all ports: the session has one stream
 
 // `digits` hexadecimal digits at least.
 struct Hex {
@@ -328,6 +331,7 @@ bool BluetoothAudioPortIn::Start() {
     }
   }
   if (!aborted) {
+    const uint32_t request = ++gStartRequests;
     const auto session = SessionOf(session_type_);
     if (session == nullptr || !session->StartStream()) {
       BINAURAL_LOG(ERROR) << __func__ << ": " << Identity{session_type_, cookie_}
@@ -338,7 +342,7 @@ bool BluetoothAudioPortIn::Start() {
                          << " done";
       return true;
     } else {
-      TakeBackAbortedStart();
+      TakeBackAbortedStart(request);
     }
   }
   BINAURAL_LOG(ERROR) << __func__ << ": " << Identity{session_type_, cookie_}
@@ -354,8 +358,9 @@ void BluetoothAudioPortIn::AbortStart() {
   state_cv_.notify_all();
 }
 
-void BluetoothAudioPortIn::TakeBackAbortedStart() {
-  if (!aborted_) {
+void BluetoothAudioPortIn::TakeBackAbortedStart(uint32_t request) {
+  // After a newer request the stream is that one's, as when StartStream answered long after the close.
+  if (!aborted_ || request != gStartRequests) {
     return;
   }
   // The owner's Stop may have come before our StartStream, and would not come again.

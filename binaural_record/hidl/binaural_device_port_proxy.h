@@ -64,8 +64,8 @@ class __attribute__((visibility("default"))) BluetoothAudioPortIn {
   // Stops the stream if it is starting or started; then the state is DISABLED and the byte counter 0.
   void Stop();
   // For the owner's close, before its Stop: a Start in progress or to come returns false at once and
-  // takes back what it requested, a read to come returns 0: Stop does not release a read from a
-  // session that was never started. Lasts until the next SetUp.
+  // takes back what it requested, unless another port has started since; a read to come returns 0: Stop
+  // does not release a read from a session that was never started. Lasts until the next SetUp.
   void AbortStart();
 
   // Start's wait, for STARTING only: true once the state is STARTED. False at once for another state.
@@ -97,7 +97,7 @@ class __attribute__((visibility("default"))) BluetoothAudioPortIn {
 
   // Waits for a callback in progress; later ones find the port gone.
   void CloseGate();
-  void TakeBackAbortedStart();
+  void TakeBackAbortedStart(uint32_t request);
   size_t ReadDataMono(const void* buffer, size_t bytes) const;
 
   std::atomic<BinauralStreamState> state_;  // stored under cv_mutex_

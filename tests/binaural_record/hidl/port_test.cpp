@@ -313,6 +313,24 @@ TEST_F(PortTest, AStartThatACloseOvertookLeavesNoStreamRunning) {
   StartPort();  // the abortion was for one life
 }
 
+TEST_F(PortTest, AnAbortedStartDoesNotStopANewerOne) {
+  Script("answer never");
+  BluetoothAudioPortIn ports[2];
+  std::thread starts[2];
+  for (int i = 0; i < 2; ++i) {
+    SetUpPort(ports[i]);
+    starts[i] = std::thread([&port = ports[i], i] { EXPECT_EQ(port.Start(), i == 1); });
+    const auto begun = [i](const Activity& a) { return a.starts == static_cast<uint64_t>(i + 1); };
+    ASSERT_TRUE(virtual_headset::WaitUntil(begun, 10s));
+  }
+  ports[0].AbortStart();
+  starts[0].join();
+  EXPECT_EQ(virtual_headset::GetActivity().stops, 0U);
+  Do("result SUCCESS cookie 2");
+  starts[1].join();
+  EXPECT_TRUE(virtual_headset::GetActivity().streaming);
+}
+
 TEST_F(PortTest, AStateSetWhileAResultIsHandledIsNotOverwritten) {
   // The logger stops the result handler between its look at the state and its store.
   static std::atomic<bool> handling, set;
