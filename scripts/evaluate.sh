@@ -5,7 +5,7 @@
 #   --amount N      of the noise reduction, 0 to 8 (default 8, full)
 #   --every N       only every N-th mixture
 #   --json FILE     write all means there, too
-#   --library FILE  another build of the library, or "statistical" for the estimator without a network
+#   --library FILE  another build of the library; or what it is compared with: "speex", "webrtc", "statistical"
 set -eu
 case ${1:-} in -h | --help) sed -n '2,8s/^# \{0,1\}//p' "$0"; exit ;; esac
 root=$(dirname "$0")/..
@@ -14,6 +14,6 @@ build=$root/build-evaluate
 mkdir -p "$build"
 cmake -S "$root" -B "$build" -DBINAURAL_TESTS=OFF > "$build/configure.log" 2>&1 ||
   { cat "$build/configure.log" >&2; exit 1; }
-cmake --build "$build" --target capture_library > /dev/null
+cmake --build "$build" --target capture_library peers > /dev/null
 export OPENBLAS_NUM_THREADS=1
 exec /usr/bin/python3 "$root/training/evaluate.py" "$@"

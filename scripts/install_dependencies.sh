@@ -27,8 +27,9 @@ arm_packages="
   libtinyxml2-dev:armhf android-liblog-dev:armhf android-libbase-dev:armhf
   libgtest-dev:armhf libgmock-dev:armhf libsndfile1-dev:armhf libebur128-dev:armhf
   libstdc++6:armhf libubsan1:armhf"
-bench_packages="libbenchmark-dev libspeexdsp-dev libwebrtc-audio-processing-dev valgrind"
-evaluate_packages="python3-numpy python3-scipy espeak-ng flite alsa-utils"
+peer_packages="libspeexdsp-dev libwebrtc-audio-processing-dev"
+bench_packages="libbenchmark-dev valgrind $peer_packages"
+evaluate_packages="python3-numpy python3-scipy espeak-ng flite alsa-utils $peer_packages"
 train_packages="
   libopenblas0-pthread python3-torch $evaluate_packages
   festival festvox-ca-ona-hts festvox-czech-dita festvox-czech-krb festvox-czech-machac

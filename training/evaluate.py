@@ -9,10 +9,12 @@ import numpy as np
 
 import held_out
 import metrics
+import peers
 import statistical
 from capture_library import CaptureLibrary
 
 BUILT = os.path.join(os.path.dirname(__file__), "..", "build-evaluate", "lib", "libcapture_library.so")
+COMPARED = {"statistical": statistical.reduce, "speex": peers.speex, "webrtc": peers.webrtc}
 
 ROWS = (("filtered SDR improvement, dB", "sdr_gain", 2), ("STOI unprocessed", "stoi_in", 3),
         ("STOI change", "stoi_gain", 3), ("ESTOI change", "estoi_gain", 3),
@@ -47,17 +49,16 @@ def level_stages(library):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--library", default=BUILT, help='shared library with the bcap_* interface, or "statistical" for the '
-                        "estimator without a network; default: the one that scripts/evaluate.sh builds")
+    parser.add_argument("--library", default=BUILT, help='shared library with the bcap_* interface (default: the one that '
+                        'scripts/evaluate.sh builds), or what it is compared with: ' + ", ".join(COMPARED))
     parser.add_argument("--amount", type=int, default=8, choices=range(9), help="of the noise reduction (default 8, full)")
     parser.add_argument("--every", type=int, default=1, metavar="N", help="only every N-th mixture")
     parser.add_argument("--json", type=argparse.FileType("a"), metavar="FILE", help="write all means there, too")
     options = parser.parse_args()
     if options.every < 1:
         parser.error(f"--every {options.every}: expected 1 or more")
-    if options.library == "statistical":
-        reduce = statistical.reduce
-    else:
+    reduce = COMPARED.get(options.library)
+    if reduce is None:
         try:
             library = CaptureLibrary(options.library)
         except OSError as error:
@@ -76,7 +77,7 @@ def main():
     print("| quantity | " + " | ".join(columns) + " |\n|" + "---|" * (len(columns) + 1))
     for title, key, digits in ROWS:
         print(f"| {title} | " + " | ".join(f"{means[group][key]:.{digits}f}" for group in columns) + " |")
-    extras = () if options.library == "statistical" else level_stages(library)
+    extras = () if options.library in COMPARED else level_stages(library)
     print()
     for title, value in extras:
         print(f"{title}: {value:.1f}" if isinstance(value, float) else f"{title}: {value}")

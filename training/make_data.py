@@ -10,9 +10,11 @@ voice or noise joins; a training that runs meanwhile sees them as they come. Wit
 scenes by heart.
 """
 import argparse
+import math
 import multiprocessing
 import os
 import pickle
+import shutil
 import time
 
 import numpy as np
@@ -22,6 +24,7 @@ import scenes
 from capture_blocks import BANDS, BINS, BLOCK, FEATURES, WORK
 
 SPEAKERS, UTTERANCES = 240, 6
+BANK_BYTES = 1e9  # of that many
 SECONDS, NOISE_SECONDS = 10, 12  # a mixture takes any ten of the twelve
 PARTS = 1600  # voices, and as many noises
 MIXTURES_PER_NEW_PART = 10
@@ -39,8 +42,9 @@ def voice_bank(seed):
         with multiprocessing.Pool() as pool:
             bank = pool.starmap(scenes.training_speaker,
                                 [(np.random.default_rng([seed, 1, k]), UTTERANCES) for k in range(SPEAKERS)], 1)
-        with open(path, "wb") as file:
+        with open(path + ".part", "wb") as file:
             pickle.dump(bank, file)
+        os.replace(path + ".part", path)
     with open(path, "rb") as file:
         return pickle.load(file)
 
@@ -116,6 +120,16 @@ def main():
         parser.error(f"--scenes {options.scenes}: needs more than the {HELD_BACK} that are held back")
     if options.renew and not os.path.exists(os.path.join(WORK, "targets.npy")):
         parser.error(f"--renew: no data in {WORK} yet; run without it first")
+    blocks = SECONDS * scenes.FS // BLOCK
+    shapes = {"voices.npy": (PARTS, 2, SECONDS * scenes.FS), "noises.npy": (PARTS, 2, NOISE_SECONDS * scenes.FS),
+              "features.npy": (options.scenes, blocks, FEATURES), "targets.npy": (options.scenes, blocks, 3, BANDS)}
+    if not options.renew:
+        os.makedirs(WORK, exist_ok=True)
+        there = [os.path.join(WORK, name) for name in shapes if os.path.exists(os.path.join(WORK, name))]
+        room = shutil.disk_usage(WORK).free + sum(map(os.path.getsize, there))
+        needed = BANK_BYTES + sum(2 * math.prod(shape) for shape in shapes.values())
+        if room < needed:
+            parser.error(f"{WORK}: {needed / 1e9:.0f} GB are needed there, {room / 1e9:.0f} GB are free")
     seed, started = options.seed, time.time()
     told = lambda what: print(f"{what}: {time.time() - started:.0f} s", flush=True)
     bank = voice_bank(seed)
@@ -130,11 +144,8 @@ def main():
             k += 1
             if k % count == 0:
                 told(f"{k} mixtures renewed")
-    blocks = SECONDS * scenes.FS // BLOCK
-    store("voices.npy", PARTS, 2, SECONDS * scenes.FS)
-    store("noises.npy", PARTS, 2, NOISE_SECONDS * scenes.FS)
-    store("features.npy", options.scenes, blocks, FEATURES)
-    store("targets.npy", options.scenes, blocks, 3, BANDS)
+    for name, shape in shapes.items():
+        store(name, *shape)
     in_parallel(options.jobs, lambda k: make_part(seed, k, k // 2, bank), 2 * PARTS)
     told("parts")
     in_parallel(options.jobs, lambda k: make_mixture(seed, k, k), options.scenes)

@@ -149,7 +149,7 @@ WEIGHTS = (0.5, 1.5, 0.7, 0.08, 6.0, 24.0, 1.2, 3.0)
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--seed", type=int, default=1, help="of the first weights and the order of the scenes (default 1)")
-    parser.add_argument("--minutes", type=float, default=60, help="by the clock, over which the rate falls to nothing (60)")
+    parser.add_argument("--minutes", type=float, default=90, help="by the clock, over which the rate falls to nothing (90)")
     parser.add_argument("--batch", type=int, default=32, help="scenes per step (32)")
     parser.add_argument("--rate", type=float, default=3e-3, help="highest step of a weight (0.003)")
     parser.add_argument("--start", type=trained, metavar="STATE", help="to begin with, instead of random weights")
