@@ -59,6 +59,7 @@ void capture_mixture(const float* voice, const float* voice_response, const floa
   auto noise_features = std::make_unique<NoiseFeatures>();
   BandSpectra clean_bands;
   BandSpectra mix_bands;
+  NetworkFeatures out{};
   for (size_t block = 0; block < blocks; ++block, targets += 3 * kNetworkBands) {
     *mix = StereoSpectrum{};
     for (size_t part = 0; part < kParts; ++part) {
@@ -78,7 +79,6 @@ void capture_mixture(const float* voice, const float* voice_response, const floa
     const StereoSpectrum& clean = (*parts)[0].spectrum;
     measure_bands(layout, clean, clean_bands);
     measure_bands(layout, *mix, mix_bands);
-    NetworkFeatures out;
     noise_features->Process(mix_bands, out);
     features = std::copy(out.begin(), out.end(), features);
     for (size_t band = 0; band < kNetworkBands; ++band) {

@@ -10,6 +10,10 @@ namespace {
 // One tenth of a 16-bit step over the whole spectrum: digital silence is not infinitely quiet.
 constexpr float kSilence = 1e-12f;
 constexpr float kHeardAbove = -39.0f;  // log2 of energy, 3 dB above that
+// A recording that breaks off drops that far below the floor, on the mean of all bands. What the high-pass filter
+// makes of it rings for some blocks before it is digital silence; a room that stays so much quieter longer is heard.
+constexpr float kFarBelow = -4.0f;  // log2 of energy: 12 dB
+constexpr uint8_t kGapBlocks = 10;
 
 // Per block of 512 frames. The floor falls within a few blocks and rises within about three seconds:
 // slower follows noise that swells too late, faster takes a held vowel for noise.
@@ -50,18 +54,27 @@ void NoiseFeatures::Reset() {
   *this = NoiseFeatures{};
 }
 
-void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features) {
+bool NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features) {
   std::array<float, kNetworkBands> level;
+  float above_floor = 0.0f;
   for (size_t band = 0; band < kNetworkBands; ++band) {
     level[band] = std::log2(0.5f * (bands.energy[0][band] + bands.energy[1][band]) + kSilence);
+    above_floor += level[band] - floor_level_[band];
   }
-  // Digital silence, as before a headset sends or the first samples come through the stages before, and the block
-  // after it, which may hold only the beginning of a sound, say nothing about the room: the floor would lie far too
-  // low for seconds. They are heard as the room is known so far.
+  // Digital silence, as before a headset sends or the first samples come through the stages before, the block after
+  // it, which may hold only the beginning of a sound, and the edge of a gap say nothing about the room: the floor
+  // would lie far too low for seconds.
   const bool sound = *std::max_element(level.begin(), level.end()) > kHeardAbove;
   const bool settled = sound && sound_before_;
   sound_before_ = sound;
-  if (!started_) {
+  if (started_) {
+    const bool far_below = above_floor < kFarBelow * static_cast<float>(kNetworkBands);
+    blocks_below_ =
+        far_below ? static_cast<uint8_t>(std::min(blocks_below_ + 1, kGapBlocks + 1)) : 0;
+    if (!settled || (far_below && blocks_below_ <= kGapBlocks)) {
+      return false;
+    }
+  } else {
     started_ = settled;
     smooth_level_ = level;
     floor_level_ = level;
@@ -71,14 +84,10 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
   }
   float scene_floor = 0.0f;
   for (size_t band = 0; band < kNetworkBands; ++band) {
-    if (settled) {
-      smooth_level_[band] =
-          kLevelSmoothing * smooth_level_[band] + (1.0f - kLevelSmoothing) * level[band];
-      const float rise = smooth_level_[band] - floor_level_[band];
-      floor_level_[band] += (rise < 0.0f ? kFloorFall : kFloorRise) * rise;
-    } else {
-      level[band] = std::max(level[band], floor_level_[band]);
-    }
+    smooth_level_[band] =
+        kLevelSmoothing * smooth_level_[band] + (1.0f - kLevelSmoothing) * level[band];
+    const float rise = smooth_level_[band] - floor_level_[band];
+    floor_level_[band] += (rise < 0.0f ? kFloorFall : kFloorRise) * rise;
     scene_floor += floor_level_[band];
   }
   scene_floor /= static_cast<float>(kNetworkBands);
@@ -160,6 +169,7 @@ void NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
     };
     against_usual[group] = kLevelDifferenceScale * std::abs(product(0, 1) - product(1, 0));
   }
+  return true;
 }
 
 }  // namespace bcap

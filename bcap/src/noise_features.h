@@ -14,6 +14,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 
 #include "band_layout.h"
 
@@ -35,12 +36,14 @@ using NetworkFeatures = std::array<float, kNetworkFeatures>;
 class NoiseFeatures {
  public:
   void Reset();
-  // The first kNetworkBands entries of `bands` count.
-  void Process(const BandSpectra& bands, NetworkFeatures& features);
+  // The first kNetworkBands entries of `bands` count. False, with nothing changed, for a gap in a recording that has
+  // begun: what came before it holds.
+  bool Process(const BandSpectra& bands, NetworkFeatures& features);
 
  private:
   bool started_ = false;
   bool sound_before_ = false;                        // the last block was not digital silence
+  uint8_t blocks_below_ = 0;                         // so far in a row, far below the floor
   std::array<float, kNetworkBands> smooth_level_{};  // log2 of energy
   std::array<float, kNetworkBands> floor_level_{};
   std::array<std::array<float, kNetworkBands>, kEars> smooth_energy_{};

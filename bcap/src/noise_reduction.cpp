@@ -86,45 +86,48 @@ void NoiseReduction::ToNetworkBands(const BandSpectra& bands, BandSpectra& netwo
   convert(bands.cross_im, network_bands.cross_im);
 }
 
-void NoiseReduction::Shape(NetworkGains& gains) {
+void NoiseReduction::Shape() {
   float mean = 0.0f;
   for (size_t band = 0; band < kNetworkBands; ++band) {
     // Close to gain * sin(gain * pi / 2), without the sine.
-    const float square = gains[band] * gains[band];
+    float& gain = network_gains_[band];
+    const float square = gain * gain;
     const float bent = square * (1.5f - 0.5f * square);
     const float share =
         kBent * std::clamp((static_cast<float>(kBentNotFrom) - static_cast<float>(band)) /
                                static_cast<float>(kBentNotFrom - kBentFullyBelow),
                            0.0f, 1.0f);
-    gains[band] += share * (bent - gains[band]);
+    gain += share * (bent - gain);
     if (band >= kVoiceFrom && band < kVoiceTo) {
-      mean += gains[band] / static_cast<float>(kVoiceTo - kVoiceFrom);
+      mean += gain / static_cast<float>(kVoiceTo - kVoiceFrom);
     }
   }
   const float presence = std::min(mean / kVoicePresent, 1.0f);
   const float rise = presence * presence - voice_;
   voice_ += (rise > 0.0f ? kVoiceRise : kVoiceFall) * rise;
   const float common = kLift * (kNoVoiceGain + (1.0f - kNoVoiceGain) * voice_);
-  for (float& gain : gains) {
+  for (float& gain : network_gains_) {
     gain = std::clamp(gain * common, kGainFloor, 1.0f);
   }
 }
 
 void NoiseReduction::Process(const BandSpectra& bands, float amount, float* gains) {
   NetworkFeatures features;
+  bool heard;
   if (layout_ == &network_layout()) {
-    features_.Process(bands, features);
+    heard = features_.Process(bands, features);
   } else {
     BandSpectra network_bands;
     ToNetworkBands(bands, network_bands);
-    features_.Process(network_bands, features);
+    heard = features_.Process(network_bands, features);
   }
-  NetworkGains network_gains;
-  network_.Process(features, network_gains);
-  Shape(network_gains);
+  if (heard) {  // else the gains of before hold, and the network goes on from there after the gap
+    network_.Process(features, network_gains_);
+    Shape();
+  }
   for (size_t band = 0; band < layout_->count; ++band) {
     const Position& position = band_in_network_[band];
-    gains[band] = std::pow(position.Read(network_gains.data()), amount);
+    gains[band] = std::pow(position.Read(network_gains_.data()), amount);
   }
 }
 

@@ -101,8 +101,8 @@ double change_db(const Stereo& sound, const std::vector<Gains>& gains) {
 // Means of the network's features over the last half second.
 std::vector<double> features_of(const Stereo& sound, NoiseFeatures& listener) {
   std::vector<double> means(std::tuple_size_v<NetworkFeatures>);
+  NetworkFeatures features{};
   for_each_block(sound, [&](size_t block, const BandSpectra& bands) {
-    NetworkFeatures features;
     listener.Process(bands, features);
     for (size_t n = 0; n < means.size() && block + 46 >= sound.frames() / kBlock; ++n) {
       means[n] += features[n] / 46.0;
@@ -177,6 +177,24 @@ TEST(NoiseReductionTest, NeitherExchangedEarsNorTheLevelMatter) {
   EXPECT_EQ(hear(sound.Swapped()), gains);  // to the bit
   for (size_t block = 0; block < gains.size(); ++block) {
     EXPECT_THAT(quiet[block], testing::Pointwise(testing::FloatNear(0.05f), gains[block])) << block;
+  }
+}
+
+// Neither silence nor what the high-pass filter rings with when a recording breaks off is the room.
+TEST(NoiseReductionTest, AfterAGapTheNoiseIsAsLowAsBefore) {
+  constexpr size_t kFrom = 280 * kBlock, kHeard = 60 * kBlock;
+  const Stereo room = noise(0.03, 470 * kBlock) + sine(90.0, 0.2, 0.2, 470 * kBlock);
+  const auto after_db = [&room](size_t gap) {
+    const Stereo broken =
+        room.Part(0, kFrom).Then(Stereo(gap)).Then(room.Part(kFrom + gap, kHeard));
+    Capture capture;
+    capture.Set(bcap_rnn_enable_set, 1).Set(bcap_rmx_amount_set, 0);
+    return level_db(capture.Process(broken).left, kFrom + gap + 2 * kBlock);
+  };
+  const double expected_db = after_db(0);
+  EXPECT_LT(expected_db, -40.0);
+  for (const size_t gap_blocks : {1, 6, 14, 94}) {
+    EXPECT_NEAR(after_db(gap_blocks * kBlock), expected_db, 4.0) << gap_blocks;
   }
 }
 
