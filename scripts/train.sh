@@ -1,6 +1,6 @@
 #!/bin/sh
 # Makes the network of the noise reduction from nothing: voices, noises and mixtures, which new ones replace while it
-# trains; then writes it into the capture library. Two cores take two hours; training/work grows to 12 GB.
+# trains; then writes it into the capture library. Two cores take two hours; training/work grows to 11 GB.
 #
 # usage: scripts/train.sh [--minutes N] [--seed N]
 #   --minutes N  of training, by the clock (default 90)
@@ -26,9 +26,9 @@ export OMP_NUM_THREADS=1 OPENBLAS_NUM_THREADS=1
 /usr/bin/python3 make_data.py --seed "$seed"
 /usr/bin/python3 make_data.py --renew --seed $((seed + 1)) &
 renewal=$!
-trap 'kill $renewal' EXIT
+trap 'kill $renewal 2> /dev/null' EXIT
 trap 'exit 130' INT TERM
 /usr/bin/python3 train.py --seed "$seed" --minutes "$minutes"
-kill -0 $renewal || { echo "$0: the mixtures were not renewed to the end; see above" >&2; exit 1; }
+kill -0 $renewal 2> /dev/null || { echo "$0: the mixtures were not renewed to the end; see above" >&2; exit 1; }
 /usr/bin/python3 export.py
 echo "These gains belong in tests/bcap/noise_network_test.cpp; scripts/evaluate.sh tells how good it is."

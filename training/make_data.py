@@ -24,7 +24,7 @@ import scenes
 from capture_blocks import BANDS, BINS, BLOCK, FEATURES, WORK
 
 SPEAKERS, UTTERANCES = 240, 6
-BANK_BYTES = 1e9  # of that many
+BANK_BYTES = 1e9  # of that many; the renewal makes another bank
 SECONDS, NOISE_SECONDS = 10, 12  # a mixture takes any ten of the twelve
 PARTS = 1600  # voices, and as many noises
 MIXTURES_PER_NEW_PART = 10
@@ -124,10 +124,9 @@ def main():
     shapes = {"voices.npy": (PARTS, 2, SECONDS * scenes.FS), "noises.npy": (PARTS, 2, NOISE_SECONDS * scenes.FS),
               "features.npy": (options.scenes, blocks, FEATURES), "targets.npy": (options.scenes, blocks, 3, BANDS)}
     if not options.renew:
-        os.makedirs(WORK, exist_ok=True)
-        there = [os.path.join(WORK, name) for name in shapes if os.path.exists(os.path.join(WORK, name))]
+        there = filter(os.path.exists, (os.path.join(WORK, name) for name in shapes))
         room = shutil.disk_usage(WORK).free + sum(map(os.path.getsize, there))
-        needed = BANK_BYTES + sum(2 * math.prod(shape) for shape in shapes.values())
+        needed = 2 * BANK_BYTES + sum(2 * math.prod(shape) for shape in shapes.values())
         if room < needed:
             parser.error(f"{WORK}: {needed / 1e9:.0f} GB are needed there, {room / 1e9:.0f} GB are free")
     seed, started = options.seed, time.time()

@@ -1,6 +1,7 @@
 """Noise reduction of two general-purpose processors: (2, samples) of full scale 1.0 -> the same, their latency removed.
 scripts/evaluate.sh builds the library that calls them."""
 import ctypes
+import functools
 import os
 
 import numpy as np
@@ -10,6 +11,11 @@ SPEEX_LATENCY, WEBRTC_LATENCY = 512, 336  # samples, where the correlation with 
 ROOM = ((0, 0), (0, 1024))  # for what comes late
 
 
+@functools.cache
+def _library():
+    return ctypes.CDLL(BUILT)
+
+
 def _pointer(x):
     return x.ctypes.data_as(ctypes.c_void_p)
 
@@ -17,11 +23,11 @@ def _pointer(x):
 def speex(mix):
     pcm = np.clip(np.rint(np.pad(mix, ROOM) * 32768), -32768, 32767).astype(np.int16)
     for ear in pcm:
-        ctypes.CDLL(BUILT).peer_speex(_pointer(ear), ctypes.c_size_t(len(ear)))
+        _library().peer_speex(_pointer(ear), ctypes.c_size_t(len(ear)))
     return pcm[:, SPEEX_LATENCY:][:, :mix.shape[1]].astype(np.float32) / 32768
 
 
 def webrtc(mix):
     out = np.pad(mix, ROOM).astype(np.float32)
-    ctypes.CDLL(BUILT).peer_webrtc(_pointer(out[0]), _pointer(out[1]), ctypes.c_size_t(out.shape[1]))
+    _library().peer_webrtc(_pointer(out[0]), _pointer(out[1]), ctypes.c_size_t(out.shape[1]))
     return out[:, WEBRTC_LATENCY:][:, :mix.shape[1]]

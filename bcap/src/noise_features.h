@@ -36,8 +36,8 @@ using NetworkFeatures = std::array<float, kNetworkFeatures>;
 class NoiseFeatures {
  public:
   void Reset();
-  // The first kNetworkBands entries of `bands` count. False, with nothing changed, for a gap in a recording that has
-  // begun: what came before it holds.
+  // The first kNetworkBands entries of `bands` count. False in a gap of a recording that has begun: then `features`
+  // and all that is known of the room stay as they were.
   bool Process(const BandSpectra& bands, NetworkFeatures& features);
 
  private:

@@ -42,8 +42,8 @@ class NoiseReduction {
   const BandLayout* layout_ = nullptr;
   NoiseFeatures features_;
   NoiseNetwork network_;
-  NetworkGains network_gains_{};
-  float voice_ = 1.0f;  // 0: no voice for a while, 1: voice
+  NetworkGains network_gains_{};  // shaped, of the last block that was no gap
+  float voice_ = 1.0f;            // 0: no voice for a while, 1: voice
   std::array<Position, kNetworkBands> network_band_in_layout_{};
   std::array<Position, kMaxBands> band_in_network_{};
 };

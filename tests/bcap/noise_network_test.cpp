@@ -161,6 +161,8 @@ TEST(NoiseFeaturesTest, DigitalSilenceIsNotTakenForTheRoom) {
     EXPECT_NEAR(above_floor(sound.Then(hiss.Part(from, hiss.frames() - from))), expected, 0.08)
         << silent << " from " << from;
   }
+  const Stereo quieter = noise(0.001, whole_blocks(1.5));  // a room of its own, not a gap
+  EXPECT_NEAR(above_floor(hiss.Then(quieter)), above_floor(quieter), 0.08);
 }
 
 TEST(NoiseReductionTest, VoiceKeepsItsLevelWhereTheNoiseAroundItFalls) {
