@@ -8,6 +8,14 @@
 #   --library FILE  another build of the library; or what it is compared with: "speex", "webrtc", "statistical"
 set -eu
 case ${1:-} in -h | --help) sed -n '2,8s/^# \{0,1\}//p' "$0"; exit ;; esac
+option=
+for word in "$@"; do
+  case $option$word in
+    --amount | --every | --json | --library) option="$word " ;;
+    --amount=* | --every=* | --json=* | --library=* | "$option"?*) option= ;;
+    *) echo "$0: no option \"$word\"; see --help" >&2; exit 2 ;;
+  esac
+done
 root=$(dirname "$0")/..
 "$root"/scripts/install_dependencies.sh --record --evaluate
 build=$root/build-evaluate
