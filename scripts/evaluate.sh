@@ -8,14 +8,15 @@
 #   --library FILE  another build of the library; or what it is compared with: "speex", "webrtc", "statistical"
 set -eu
 case ${1:-} in -h | --help) sed -n '2,8s/^# \{0,1\}//p' "$0"; exit ;; esac
-option=
+awaited=no
 for word in "$@"; do
-  case $option$word in
-    --amount | --every | --json | --library) option="$word " ;;
-    --amount=* | --every=* | --json=* | --library=* | "$option"?*) option= ;;
+  case $awaited$word in
+    no--amount | no--every | no--json | no--library) awaited=yes ;;
+    yes* | no--amount=* | no--every=* | no--json=* | no--library=*) awaited=no ;;
     *) echo "$0: no option \"$word\"; see --help" >&2; exit 2 ;;
   esac
 done
+[ $awaited = no ] || { echo "$0: $word: expected a value" >&2; exit 2; }
 root=$(dirname "$0")/..
 "$root"/scripts/install_dependencies.sh --record --evaluate
 build=$root/build-evaluate

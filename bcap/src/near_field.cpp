@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 #include "decibels.h"
+#include "vector_math.h"
 
 namespace bcap {
 namespace {
@@ -23,6 +25,7 @@ constexpr float kNearFrom = 0.0f;
 constexpr float kNearFully = 4.0f;
 constexpr float kGroupFrom = -8.0f;
 constexpr float kGroupFully = 0.0f;
+constexpr float kNeverReachedDb = 1000.0f;  // where every band is left alone
 // How much softer than lately the own voice may become; a voice below that is somebody else's. Narrower takes
 // a lowered voice for the scene, wider a loud neighbour for the wearer.
 constexpr float kOwnRangeDb = 12.0f;
@@ -50,6 +53,15 @@ float smooth_step(float value, float from, float fully) {
 void NearField::Prepare(uint32_t sample_rate_hz) {
   layout_ = &band_layout(sample_rate_hz);
   block_seconds_ = static_cast<float>(kBlockFrames) / static_cast<float>(sample_rate_hz);
+  const auto share = [this](float seconds) { return 1.0f - std::exp(-block_seconds_ / seconds); };
+  own_rise_ = share(kOwnRiseSeconds);
+  own_fall_ = share(kOwnFallSeconds);
+  scene_rise_ = share(kSceneSeconds);
+  // Pauses between words say little about how loud the scene is, so it falls ten times as slowly.
+  scene_fall_ = share(10.0f * kSceneSeconds);
+  attack_ = share(kAttackSeconds);
+  release_ = share(kReleaseSeconds);
+  move_share_ = share(kShareSeconds);
   Reset();
 }
 
@@ -71,10 +83,16 @@ void NearField::Configure(const Parameters& parameters) {
         energy == kNfmBandEnergy.preset ? 0.0f : db_to_power(sixteenths_to_db(energy));
     threshold_sum_ += hz >= kLowestHz && hz <= kHighestHz ? threshold_[band] : 0.0f;
   }
+  threshold_sum_db_ = power_to_db(threshold_sum_);
+  for (size_t group = 0; group < kGroups; ++group) {
+    const auto first = threshold_.begin() + static_cast<ptrdiff_t>(group * kGroupBands);
+    const size_t bands = std::min(kGroupBands, kMaxBands - group * kGroupBands);
+    const float sum = std::accumulate(first, first + static_cast<ptrdiff_t>(bands), 0.0f);
+    group_threshold_db_[group] = sum > 0.0f ? power_to_db(sum) : kNeverReachedDb;
+  }
 }
 
 void NearField::Process(const BandSpectra& bands, float scale, float* gains) {
-  const auto toward = [this](float seconds) { return 1.0f - std::exp(-block_seconds_ / seconds); };
   std::array<float, kMaxBands> energy;
   float sum = 0.0f;
   float in_phase = 0.0f;
@@ -87,45 +105,39 @@ void NearField::Process(const BandSpectra& bands, float scale, float* gains) {
       in_phase += power * bands.cross_re[band];
     }
   }
-  const float level_db = power_to_db(sum) - power_to_db(threshold_sum_);
+  const float level_db = power_to_db(sum) - threshold_sum_db_;
   const float central = smooth_step(in_phase / (sum + 1e-20f), kCentralFrom, kCentralFully);
   const float nearest_db = std::max(own_reference_db_ - kOwnRangeDb, 0.0f);
   const float own = central * smooth_step(level_db - nearest_db, kNearFrom, kNearFully);
   own_reference_db_ =
       std::max(own_reference_db_ - kOwnReferenceFallsDbPerSecond * block_seconds_, 0.0f);
 
-  own_level_db_ += (level_db - own_level_db_) *
-                   toward(level_db > own_level_db_ ? kOwnRiseSeconds : kOwnFallSeconds);
+  own_level_db_ += (level_db - own_level_db_) * (level_db > own_level_db_ ? own_rise_ : own_fall_);
   if (own == 1.0f) {
     own_reference_db_ = std::max(own_reference_db_, own_level_db_);
   }
   if (own == 0.0f && level_db > kQuietDb) {
     const float heard = std::clamp(level_db, -kSceneBelowDb, nearest_db);
-    // Pauses between words say little about how loud the scene is, so it falls ten times as slowly.
-    scene_level_db_ += (heard - scene_level_db_) *
-                       toward(heard > scene_level_db_ ? kSceneSeconds : 10.0f * kSceneSeconds);
+    scene_level_db_ +=
+        (heard - scene_level_db_) * (heard > scene_level_db_ ? scene_rise_ : scene_fall_);
   }
   const float distance_db = std::max(own_level_db_ - scene_level_db_, 0.0f);
   const float wanted_db = own * std::min(kRatio * distance_db, kMostDb);
-  attenuation_db_ += (wanted_db - attenuation_db_) *
-                     toward(wanted_db > attenuation_db_ ? kAttackSeconds : kReleaseSeconds);
+  attenuation_db_ +=
+      (wanted_db - attenuation_db_) * (wanted_db > attenuation_db_ ? attack_ : release_);
 
   // Where the voice stands out, and the factor there.
   const size_t groups = (layout_->count + kGroupBands - 1) / kGroupBands;
+  std::array<float, kGroups> heard{};
+  for (size_t band = 0; band < layout_->count; ++band) {
+    heard[band / kGroupBands] += threshold_[band] > 0.0f ? energy[band] : 0.0f;
+  }
   std::array<float, kGroups + 1> factor;
-  for (size_t group = 0; group < groups; ++group) {
-    float heard = 0.0f;
-    float threshold = 0.0f;
-    const size_t past = std::min((group + 1) * kGroupBands, layout_->count);
-    for (size_t band = group * kGroupBands; band < past; ++band) {
-      heard += threshold_[band] > 0.0f ? energy[band] : 0.0f;
-      threshold += threshold_[band];
-    }
+  for (size_t group = 0; group < kGroups; ++group) {
     const float over_db =
-        threshold > 0.0f ? power_to_db(heard) - power_to_db(threshold) : kGroupFrom;
-    share_[group] +=
-        (smooth_step(over_db, kGroupFrom, kGroupFully) - share_[group]) * toward(kShareSeconds);
-    factor[group] = db_to_gain(-amount_ * attenuation_db_ * share_[group]);
+        kDbPerOctaveOfPower * vector_log2(heard[group] + kSilentPower) - group_threshold_db_[group];
+    share_[group] += (smooth_step(over_db, kGroupFrom, kGroupFully) - share_[group]) * move_share_;
+    factor[group] = vector_exp2(-amount_ * attenuation_db_ * share_[group] * kOctavesPerDb);
   }
   factor[groups] = factor[groups - 1];
   // Straight lines between the centres of the groups.

@@ -34,19 +34,31 @@ class NearField {
  private:
   const BandLayout* layout_ = nullptr;
   float block_seconds_ = 0.0f;
+  // Of the distance, per block.
+  float own_rise_ = 0.0f;
+  float own_fall_ = 0.0f;
+  float scene_rise_ = 0.0f;
+  float scene_fall_ = 0.0f;
+  float attack_ = 0.0f;
+  float release_ = 0.0f;
+  float move_share_ = 0.0f;
+
+  // Groups of neighbouring bands: single harmonics must not be bent.
+  static constexpr size_t kGroupBands = 4;
+  static constexpr size_t kGroups = (kMaxBands + kGroupBands - 1) / kGroupBands;
 
   float amount_ = 0.0f;
   std::array<float, kMaxBands> threshold_{};  // energies; 0 leaves the band alone
   float threshold_sum_ = 0.0f;                // of the bands that decide
+  float threshold_sum_db_ = 0.0f;
+  std::array<float, kGroups> group_threshold_db_{};
 
   // Levels are relative to the tuning's energies.
   float own_level_db_ = 0.0f;      // of what is heard now, as if it were the own voice
   float own_reference_db_ = 0.0f;  // of the own voice lately
   float scene_level_db_ = 0.0f;
   float attenuation_db_ = 0.0f;
-  // How far the attenuation holds, 0 to 1, by groups of neighbouring bands: single harmonics must not be bent.
-  static constexpr size_t kGroupBands = 4;
-  static constexpr size_t kGroups = (kMaxBands + kGroupBands - 1) / kGroupBands;
+  // How far the attenuation holds, 0 to 1, by groups of bands.
   std::array<float, kGroups> share_{};
 };
 

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "vector_math.h"
+
 namespace bcap {
 namespace {
 
@@ -58,7 +60,9 @@ bool NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
   std::array<float, kNetworkBands> level;
   float above_floor = 0.0f;
   for (size_t band = 0; band < kNetworkBands; ++band) {
-    level[band] = std::log2(0.5f * (bands.energy[0][band] + bands.energy[1][band]) + kSilence);
+    level[band] = vector_log2(0.5f * (bands.energy[0][band] + bands.energy[1][band]) + kSilence);
+  }
+  for (size_t band = 0; band < kNetworkBands; ++band) {
     above_floor += level[band] - floor_level_[band];
   }
   // Digital silence, as before a headset sends or the first samples come through the stages before, the block after
@@ -92,8 +96,8 @@ bool NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
   }
   scene_floor /= static_cast<float>(kNetworkBands);
 
-  float* own = features.data();
-  float* scene = own + kNetworkBands;
+  float* own = features.data() + kAboveOwnFloor;
+  float* scene = features.data() + kAboveSceneFloor;
   std::array<float, kNetworkBands> weight;
   for (size_t band = 0; band < kNetworkBands; ++band) {
     own[band] = kLevelScale * (level[band] - floor_level_[band]);
@@ -109,40 +113,47 @@ bool NoiseFeatures::Process(const BandSpectra& bands, NetworkFeatures& features)
         kUsualRate * (weight[band] * bands.cross_im[band] - usual_cross_im_[band]);
   }
 
-  float* coherence = scene + kNetworkBands;
-  float* in_phase = coherence + kNetworkBandPairs;
-  float* level_difference = in_phase + kNetworkBandPairs;
-  float* peak = level_difference + kNetworkBandPairs;
-  float* against_peak = peak + kNetworkGroups;
-  float* usual_phase = against_peak + kNetworkGroups;
-  float* against_usual = usual_phase + kNetworkBandPairs;
+  float* coherence = features.data() + kCoherence;
+  float* in_phase = features.data() + kInPhase;
+  float* level_difference = features.data() + kLevelDifference;
+  float* peak = features.data() + kPeak;
+  float* against_peak = features.data() + kAgainstPeak;
+  float* usual_phase = features.data() + kUsualPhase;
+  float* against_usual = features.data() + kAgainstUsual;
+  // Bands first and pairs of them later, so that bands fill vectors.
+  std::array<float, kNetworkBands + 1> energy{};
+  std::array<float, kNetworkBands + 1> cross{};
+  std::array<float, kNetworkBands + 1> cross_usual{};
+  for (size_t band = 0; band < kNetworkBands; ++band) {
+    const float re = smooth_cross_re_[band];
+    const float im = smooth_cross_im_[band];
+    const float usual_re = usual_cross_re_[band];
+    const float usual_im = usual_cross_im_[band];
+    energy[band] = std::sqrt(smooth_energy_[0][band] * smooth_energy_[1][band]);
+    cross[band] = std::sqrt(re * re + im * im);
+    cross_usual[band] =
+        (re * usual_re + im * usual_im) / (std::sqrt(usual_re * usual_re + usual_im * usual_im) +
+                                           kHardlyUsual * (energy[band] + kSilence));
+  }
+  std::array<std::array<float, kNetworkBandPairs>, kEars> energy_of_pair;
   for (size_t pair = 0; pair < kNetworkBandPairs; ++pair) {
-    float left = kSilence;
-    float right = kSilence;
-    float both = kSilence;
-    float cross = 0.0f;
-    float cross_re = 0.0f;
-    float cross_usual = 0.0f;
-    for (size_t band = 2 * pair; band < std::min(2 * pair + 2, kNetworkBands); ++band) {
-      const float energy = std::sqrt(smooth_energy_[0][band] * smooth_energy_[1][band]);
-      const float re = smooth_cross_re_[band];
-      const float im = smooth_cross_im_[band];
-      const float usual_re = usual_cross_re_[band];
-      const float usual_im = usual_cross_im_[band];
-      left += smooth_energy_[0][band];
-      right += smooth_energy_[1][band];
-      both += energy;
-      // Magnitudes are added, not spectra: the phase of a delayed sound turns from band to band.
-      cross += std::sqrt(re * re + im * im);
-      cross_re += re;
-      cross_usual +=
-          (re * usual_re + im * usual_im) / (std::sqrt(usual_re * usual_re + usual_im * usual_im) +
-                                             kHardlyUsual * (energy + kSilence));
-    }
-    coherence[pair] = kCoherenceScale * cross / both;
-    in_phase[pair] = kCoherenceScale * cross_re / both;
-    level_difference[pair] = kLevelDifferenceScale * std::abs(std::log2(left) - std::log2(right));
-    usual_phase[pair] = kCoherenceScale * cross_usual / both;
+    const size_t low = 2 * pair;
+    const size_t high = low + 1;  // past the last band there is nothing
+    const auto sum = [low, high](const std::array<float, kNetworkBands>& of) {
+      return of[low] + (high < kNetworkBands ? of[high] : 0.0f);
+    };
+    const float both = energy[low] + energy[high] + kSilence;
+    energy_of_pair[0][pair] = sum(smooth_energy_[0]) + kSilence;
+    energy_of_pair[1][pair] = sum(smooth_energy_[1]) + kSilence;
+    // Magnitudes are added, not spectra: the phase of a delayed sound turns from band to band.
+    coherence[pair] = kCoherenceScale * (cross[low] + cross[high]) / both;
+    in_phase[pair] = kCoherenceScale * sum(smooth_cross_re_) / both;
+    usual_phase[pair] = kCoherenceScale * (cross_usual[low] + cross_usual[high]) / both;
+  }
+  for (size_t pair = 0; pair < kNetworkBandPairs; ++pair) {
+    const float difference =
+        vector_log2(energy_of_pair[0][pair]) - vector_log2(energy_of_pair[1][pair]);
+    level_difference[pair] = kLevelDifferenceScale * std::abs(difference);
   }
 
   for (size_t group = 0; group < kNetworkGroups; ++group) {

@@ -26,11 +26,20 @@ constexpr size_t kNetworkBandPairs = (kNetworkBands + 1) / 2;
 constexpr size_t kNetworkGroups = 7;
 constexpr size_t kFirstGroupedBand = 2;
 constexpr size_t kBandsPerGroup = 10;
-constexpr size_t kNetworkFeatures = 2 * kNetworkBands + 4 * kNetworkBandPairs + 3 * kNetworkGroups;
 
-// Order: [above own floor][above scene floor] per band, [coherence][in phase][level difference] per pair,
-// [peak above floor][level against peak] per group, [in the usual phase] per pair, [level difference against
-// the usual] per group.
+// Where each kind of feature begins.
+constexpr size_t kAboveOwnFloor = 0;                                 // per band
+constexpr size_t kAboveSceneFloor = kAboveOwnFloor + kNetworkBands;  // per band
+constexpr size_t kCoherence = kAboveSceneFloor + kNetworkBands;      // per pair
+constexpr size_t kInPhase = kCoherence + kNetworkBandPairs;          // per pair
+constexpr size_t kLevelDifference = kInPhase + kNetworkBandPairs;    // per pair
+constexpr size_t kPeak = kLevelDifference + kNetworkBandPairs;       // per group, above the floor
+constexpr size_t kAgainstPeak = kPeak + kNetworkGroups;              // per group
+constexpr size_t kUsualPhase = kAgainstPeak + kNetworkGroups;        // per pair
+constexpr size_t kAgainstUsual =
+    kUsualPhase + kNetworkBandPairs;  // per group, of the level difference
+constexpr size_t kNetworkFeatures = kAgainstUsual + kNetworkGroups;
+
 using NetworkFeatures = std::array<float, kNetworkFeatures>;
 
 class NoiseFeatures {

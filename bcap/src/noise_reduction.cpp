@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "vector_math.h"
+
 namespace bcap {
 namespace {
 
@@ -127,7 +129,10 @@ void NoiseReduction::Process(const BandSpectra& bands, float amount, float* gain
   }
   for (size_t band = 0; band < layout_->count; ++band) {
     const Position& position = band_in_network_[band];
-    gains[band] = std::pow(position.Read(network_gains_.data()), amount);
+    gains[band] = position.Read(network_gains_.data());
+  }
+  for (size_t band = 0; band < layout_->count; ++band) {
+    gains[band] = vector_exp2(amount * vector_log2(gains[band]));
   }
 }
 

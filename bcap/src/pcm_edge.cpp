@@ -2,6 +2,7 @@
 #include "pcm_edge.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 namespace bcap {
@@ -33,7 +34,7 @@ bool store_pcm(StereoBlock block, const bcap_buffer_desc_t& out) {
       const float scaled = samples[n] * 32768.0f;
       // In this order of operands the comparisons turn what is not a number into the lower bound.
       const float bounded = std::min(std::max(-32768.0f, scaled), 32767.0f);
-      pcm[n] = static_cast<int16_t>(bounded + (bounded < 0.0f ? -0.5f : 0.5f));
+      pcm[n] = static_cast<int16_t>(static_cast<int32_t>(bounded + std::copysign(0.5f, bounded)));
     }
     if (not_finite != 0) {
       pcm.fill(0);
