@@ -13,25 +13,53 @@ import numpy as np
 import torch
 
 from capture_blocks import FEATURES, HERE, WORK
-from train import trained
+from train import CONTEXT, LOCAL, PLACE, SHARED, trained
 
-FEATURE_STEPS, ACTIVATION_STEPS = 2048.0, 16384.0
+FEATURE_STEPS, ACTIVATION_STEPS, SHARED_STEPS = 1024.0, 16384.0, 4096.0
+
+
+def floats(values):
+    return "{{" + ",".join(f"{v:.6e}f" for v in values) + "}}"
+
+
+def rows(weights, steps):
+    """-> C++ initializer of QuantizedRows."""
+    w = weights.detach().numpy().astype(np.float64)
+    scale = np.maximum(np.abs(w).max(1), 1e-6) / 127
+    quantized = np.rint(w / scale[:, None]).astype(int)
+    quantized = np.pad(quantized, ((0, 0), (0, -w.shape[1] % 16))) + 128
+    return "{{{" + ",\n".join("{" + ",".join(map(str, row)) + "}" for row in quantized) + "}},\n" + floats(scale / steps) + "}"
 
 
 def layer(weights, bias, steps):
     """-> C++ initializer of a QuantizedLayer."""
-    w = weights.detach().numpy().astype(np.float64)
-    scale = np.maximum(np.abs(w).max(1), 1e-6) / 127
-    quantized = np.rint(w / scale[:, None]).astype(int)
-    quantized = np.pad(quantized, ((0, 0), (0, -w.shape[1] % 16)))
-    rows = ",\n".join("{" + ",".join(map(str, row)) + "}" for row in quantized)
-    floats = lambda values: "{{" + ",".join(f"{v:.6e}f" for v in values) + "}}"
-    return "{{{" + rows + "}},\n" + floats(scale / steps) + ",\n" + floats(bias.detach().numpy()) + "}"
+    return "{" + rows(weights, steps) + ",\n" + floats(bias.detach().numpy()) + "}"
 
 
 def gru(module, steps):
     return "{" + layer(module.weight_ih_l0, module.bias_ih_l0, steps) + ",\n" + \
         layer(module.weight_hh_l0, module.bias_hh_l0, ACTIVATION_STEPS) + "}"
+
+
+def shared_rows(local, last):
+    """-> C++ initializers of a SharedLayer's weights and scale; inputs reach +-8, units +-1."""
+    w = torch.cat([local, last], 1).detach().numpy().astype(np.float64)
+    unit = np.maximum(np.abs(w).max(1), 1e-6) / 127
+    quantized = np.rint(w / unit[:, None]).astype(int)
+    reach = np.repeat([32768.0, SHARED_STEPS], [local.shape[1], last.shape[1]])
+    # The largest sum there is, each product cut off by up to a step; and no weight over 16 bits itself.
+    factor = np.floor(np.minimum((32767 - w.shape[1]) / (np.abs(quantized) @ reach / 65536 + 1e-9), 32767 / 127)).astype(int)
+    table = "{{" + ",\n".join("{" + ",".join(map(str, row)) + "}" for row in quantized * factor[:, None]) + "}}"
+    return table + ",\n" + floats(65536 * unit / (factor * SHARED_STEPS))
+
+
+def shared_layer(network):
+    local, context, place = network.shared.seen.weight.split((LOCAL, CONTEXT, PLACE), 1)
+    table = lambda values: "{{" + ",\n".join(floats(row)[1:-1] for row in values.detach().numpy()) + "}}"
+    return "{" + ",\n".join([
+        shared_rows(local, network.shared.last.weight), rows(context, ACTIVATION_STEPS),
+        table(place @ network.place.T + network.shared.seen.bias[:, None]),
+        table(network.correction.weight.reshape(3, SHARED)), f"{network.correction.bias.item():.6e}f"]) + "}"
 
 
 def expected_gains(network):
@@ -56,7 +84,8 @@ def main():
         '#include "noise_network_weights.h"\n\nnamespace bcap {\n\n// clang-format off\n' \
         "const NoiseNetworkWeights kNoiseNetworkWeights = {\n" + ",\n".join([
             layer(network.dense.weight, network.dense.bias, FEATURE_STEPS), gru(network.gru1, ACTIVATION_STEPS),
-            gru(network.gru2, ACTIVATION_STEPS), layer(network.out.weight, network.out.bias, ACTIVATION_STEPS)]) + \
+            gru(network.gru2, ACTIVATION_STEPS), layer(network.out.weight, network.out.bias, ACTIVATION_STEPS),
+            layer(network.context.weight, network.context.bias, ACTIVATION_STEPS), shared_layer(network)]) + \
         "};\n// clang-format on\n\n}  // namespace bcap\n"
     with open(os.path.join(HERE, "..", "bcap", "src", "noise_network_weights.cpp"), "w") as file:
         file.write(text)

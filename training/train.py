@@ -22,11 +22,44 @@ from capture_blocks import BANDS, FEATURES, WORK
 from make_data import HELD_BACK
 
 DENSE, HIDDEN = 96, 80
+SHARED, SHARED_BANDS = 16, 40  # units per band, and the lowest bands, which share their layer
+CONTEXT, PLACE = 12, 4  # what all of them are told, and what tells them apart
 CHUNK = 312  # blocks, 3.3 s: how far back the gradient reaches; the state goes on
+
+PAIRS, GROUPS, FIRST_GROUPED, PER_GROUP = (BANDS + 1) // 2, 7, 2, 10
+STARTS = np.cumsum([0, BANDS, BANDS, PAIRS, PAIRS, PAIRS, GROUPS, GROUPS, PAIRS, GROUPS])
+assert STARTS[-1] == FEATURES
+OWN, SCENE, COHERENCE, IN_PHASE, LEVEL_DIFFERENCE, _, AGAINST_PEAK, USUAL_PHASE, _ = map(int, STARTS[:-1])
+NEAR = 3  # a band sees the levels of so many neighbours on either side
+LOCAL = 2 * NEAR + 1 + 1 + 4 + 1 + 3
+
+
+class SharedLayer(nn.Module):
+    """Recurrent, with one gate (M. Ravanelli et al., "Light gated recurrent units for speech recognition", IEEE TETCI
+    2(2), 2018, with the hyperbolic tangent): seen (sequences, blocks, columns) -> units, state after the last block."""
+
+    def __init__(self, columns):
+        super().__init__()
+        self.seen = nn.Linear(columns, 2 * SHARED)  # rows: gates, candidates
+        self.last = nn.Linear(SHARED, 2 * SHARED, bias=False)
+
+    def forward(self, seen, state):
+        if state is None:
+            state = seen.new_zeros(len(seen), SHARED)
+        units, last = [], self.last.weight.t()
+        for now in self.seen(seen).transpose(0, 1).contiguous():
+            gate, candidate = torch.addmm(now, state, last).chunk(2, 1)
+            state = torch.lerp(torch.tanh(candidate), state, torch.sigmoid(gate))
+            units.append(state)
+        return torch.stack(units, 1), state
 
 
 class Network(nn.Module):
-    """features (batch, blocks, FEATURES) -> gains (batch, blocks, BANDS) in 0..1."""
+    """features (batch, blocks, FEATURES) -> gains (batch, blocks, BANDS) in 0..1.
+
+    The layers of the whole spectrum give every band a first opinion. In the lower bands a small layer, the same for
+    all of them, corrects it from what is near: what one harmonic taught holds for all.
+    """
 
     def __init__(self):
         super().__init__()
@@ -34,25 +67,53 @@ class Network(nn.Module):
         self.gru1 = nn.GRU(DENSE, HIDDEN, batch_first=True)
         self.gru2 = nn.GRU(HIDDEN, HIDDEN, batch_first=True)
         self.out = nn.Linear(2 * HIDDEN + DENSE, BANDS)
+        self.context = nn.Linear(2 * HIDDEN + DENSE, CONTEXT)
+        self.place = nn.Parameter(0.3 * torch.randn(SHARED_BANDS, PLACE))
+        self.shared = SharedLayer(LOCAL + CONTEXT + PLACE)
+        self.correction = nn.Linear(3 * SHARED, 1)  # of the band below, the band, the band above
+        nn.init.zeros_(self.correction.weight)
+        nn.init.zeros_(self.correction.bias)
 
-    def forward(self, features, state=(None, None)):
-        """-> gains, state after the last block"""
+    def whole(self, features, state):
+        """-> all units (batch, blocks, ...), opinion, state after the last block"""
         now = torch.tanh(self.dense(features))
         h1, first = self.gru1(now, state[0])
         h2, second = self.gru2(h1, state[1])
-        return torch.sigmoid(self.out(torch.cat([h1, h2, now], -1))), (first.detach(), second.detach())
+        units = torch.cat([h1, h2, now], -1)
+        return units, self.out(units), (first.detach(), second.detach())
+
+    def local(self, features, opinion):
+        """(batch, blocks, SHARED_BANDS, LOCAL): what each band sees of itself and around it."""
+        bands = torch.arange(SHARED_BANDS)
+        own = nn.functional.pad(features[:, :, OWN:OWN + SHARED_BANDS + NEAR], (NEAR, 0)).unfold(2, 2 * NEAR + 1, 1)
+        single = [SCENE + bands, *(start + bands // 2 for start in (COHERENCE, IN_PHASE, LEVEL_DIFFERENCE, USUAL_PHASE)),
+                  AGAINST_PEAK + (bands - FIRST_GROUPED).clamp_min(0) // PER_GROUP]
+        near = nn.functional.pad(0.25 * opinion[:, :, :SHARED_BANDS + 1], (1, 0)).unfold(2, 3, 1)
+        return torch.cat([own, features[:, :, torch.stack(single, 1)], near], -1)
+
+    def forward(self, features, state=(None, None, None), held=False):
+        """-> gains, state after the last block. held: the layers of the whole spectrum stay as they are."""
+        count, blocks, _ = features.shape
+        with torch.set_grad_enabled(torch.is_grad_enabled() and not held):
+            units, opinion, state_of_whole = self.whole(features, state)
+        context = torch.tanh(self.context(units))[:, :, None].expand(-1, -1, SHARED_BANDS, -1)
+        seen = torch.cat([self.local(features, opinion), context, self.place.expand(count, blocks, -1, -1)], -1)
+        shared, last = self.shared(seen.transpose(1, 2).reshape(count * SHARED_BANDS, blocks, -1), state[2])
+        shared = nn.functional.pad(shared.reshape(count, SHARED_BANDS, blocks, SHARED), (0, 0, 0, 0, 1, 1))
+        near = torch.cat([shared[:, :-2], shared[:, 1:-1], shared[:, 2:]], -1)
+        more = self.correction(near)[..., 0].transpose(1, 2)
+        gains = torch.sigmoid(opinion + nn.functional.pad(more, (0, BANDS - SHARED_BANDS)))
+        return gains, (*state_of_whole, last.detach())
 
 
 def trained(path):
-    """The Network that was written to a file; inputs that it did not know yet begin without a say. As the type of an
+    """The Network that was written to a file; layers that it did not know yet begin without a say. As the type of an
     argument it refuses what is no such file."""
     network = Network()
     try:
-        state = torch.load(path)
-        for layer in ("dense.weight", "out.weight"):
-            missing = network.state_dict()[layer].shape[1] - state[layer].shape[1]
-            state[layer] = nn.functional.pad(state[layer], (0, max(missing, 0)))
-        network.load_state_dict(state)
+        known = torch.load(path)
+        network.load_state_dict({**{name: value for name, value in network.state_dict().items()
+                                    if name.startswith(("context", "place", "shared", "correction"))}, **known})
     except Exception as error:  # whatever a wrong file makes of unpickling
         raise argparse.ArgumentTypeError(f'"{path}" is no state that train.py has written: {error}')
     return network
@@ -143,7 +204,7 @@ def losses(gain, target, scene):
 
 
 LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses", "direction")
-WEIGHTS = (0.5, 1.5, 0.7, 0.08, 6.0, 24.0, 1.2, 3.0)
+WEIGHTS = (0.5, 1.5, 0.7, 0.2, 9.0, 36.0, 1.2, 4.0)
 
 
 def main():
@@ -153,6 +214,7 @@ def main():
     parser.add_argument("--batch", type=int, default=32, help="scenes per step (32)")
     parser.add_argument("--rate", type=float, default=3e-3, help="highest step of a weight (0.003)")
     parser.add_argument("--start", type=trained, metavar="STATE", help="to begin with, instead of random weights")
+    parser.add_argument("--shared-only", action="store_true", help="train what bands share and hold the other layers")
     parser.add_argument("--name", default="network", help="of the state and the curve in training/work (network)")
     options = parser.parse_args()
     if not os.path.exists(os.path.join(WORK, "targets.npy")):
@@ -177,14 +239,14 @@ def main():
         order, total = rng.permutation(count), []
         for at in range(0, count - options.batch + 1, options.batch):
             x, y = batch_of(np.sort(order[at:at + options.batch]))
-            scene, state = normals(y), (None, None)
+            scene, state = normals(y), (None, None, None)
             for chunk in range(0, x.shape[1] - CHUNK + 1, CHUNK):
                 # Rises over the first twentieth of the time, then falls along a cosine.
                 rate = min(spent() / 0.05, 0.5 + 0.5 * np.cos(np.pi * min(spent(), 1)))
                 for group in optimizer.param_groups:
                     group["lr"] = options.rate * max(rate, 1e-3)
                 optimizer.zero_grad()
-                gain, state = network(x[:, chunk:chunk + CHUNK], state)
+                gain, state = network(x[:, chunk:chunk + CHUNK], state, options.shared_only)
                 loss = sum(w * part for w, part in zip(WEIGHTS, losses(gain, y[:, chunk:chunk + CHUNK], scene)))
                 loss.backward()
                 nn.utils.clip_grad_norm_(network.parameters(), 1.0)

@@ -24,7 +24,7 @@ constexpr size_t kBentNotFrom = 45;
 // comes back within two blocks, for beginnings of words, and goes within a quarter of a second.
 constexpr size_t kVoiceFrom = 4;
 constexpr size_t kVoiceTo = 52;
-constexpr float kVoicePresent = 0.16f;
+constexpr float kVoicePresent = 0.18f;
 constexpr float kVoiceRise = 0.5f;
 constexpr float kVoiceFall = 0.08f;
 constexpr float kNoVoiceGain = 0.1f;

@@ -10,10 +10,11 @@ namespace bcap {
 // Of a positive number that is not denormal; infinity comes out as 128.
 inline float vector_log2(float value) {
   constexpr int32_t kRootOfHalf = 0x3f3504f3;
+  constexpr int32_t kOctave = 1 << 23;
   int32_t bits;
   std::memcpy(&bits, &value, sizeof bits);
   const int32_t exponent = (bits - kRootOfHalf) >> 23;
-  bits -= exponent << 23;
+  bits -= exponent * kOctave;
   float mantissa;  // from the root of one half to the root of two
   std::memcpy(&mantissa, &bits, sizeof mantissa);
   // 2 / ln(2) times the series of the inverse hyperbolic tangent.
