@@ -217,6 +217,8 @@ def main():
     parser.add_argument("--shared-only", action="store_true", help="train what bands share and hold the other layers")
     parser.add_argument("--name", default="network", help="of the state and the curve in training/work (network)")
     options = parser.parse_args()
+    if options.shared_only and not options.start:
+        parser.error("--shared-only: needs --start, with layers that are worth holding")
     if not os.path.exists(os.path.join(WORK, "targets.npy")):
         parser.error(f"nothing to train on in {WORK}: run make_data.py first")
     torch.manual_seed(options.seed)
