@@ -35,6 +35,15 @@ int capture_band_count() {
   return static_cast<int>(kNetworkBands);
 }
 
+// Where some kinds of features begin, then the first band of the groups and how many make one.
+void capture_feature_layout(int* layout) {
+  for (const size_t number :
+       {kAboveOwnFloor, kAboveSceneFloor, kCoherence, kInPhase, kLevelDifference, kUsualPhase,
+        kAgainstPeak, kFirstGroupedBand, kBandsPerGroup}) {
+    *layout++ = static_cast<int>(number);
+  }
+}
+
 // Of bands at 48 kHz, kNetworkBands + 1 of them.
 void capture_band_edges_hz(float* hz) {
   for (size_t band = 0; band <= kNetworkBands; ++band) {

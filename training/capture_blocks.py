@@ -32,6 +32,12 @@ BANDS = _lib.capture_band_count()
 FEATURES = _lib.capture_feature_count()
 
 
+def feature_layout():
+    layout = (ctypes.c_int * 9)()
+    _lib.capture_feature_layout(layout)
+    return list(layout)
+
+
 def band_edges_hz():
     edges = (ctypes.c_float * (BANDS + 1))()
     _lib.capture_band_edges_hz(edges)

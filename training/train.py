@@ -26,10 +26,7 @@ SHARED, SHARED_BANDS = 16, 40  # units per band, and the lowest bands, which sha
 CONTEXT, PLACE = 12, 4  # what all of them are told, and what tells them apart
 CHUNK = 312  # blocks, 3.3 s: how far back the gradient reaches; the state goes on
 
-PAIRS, GROUPS, FIRST_GROUPED, PER_GROUP = (BANDS + 1) // 2, 7, 2, 10
-STARTS = np.cumsum([0, BANDS, BANDS, PAIRS, PAIRS, PAIRS, GROUPS, GROUPS, PAIRS, GROUPS])
-assert STARTS[-1] == FEATURES
-OWN, SCENE, COHERENCE, IN_PHASE, LEVEL_DIFFERENCE, _, AGAINST_PEAK, USUAL_PHASE, _ = map(int, STARTS[:-1])
+OWN, SCENE, *PER_PAIR, AGAINST_PEAK, FIRST_GROUPED, PER_GROUP = capture_blocks.feature_layout()
 NEAR = 3  # a band sees the levels of so many neighbours on either side
 LOCAL = 2 * NEAR + 1 + 1 + 4 + 1 + 3
 
@@ -86,7 +83,7 @@ class Network(nn.Module):
         """(batch, blocks, SHARED_BANDS, LOCAL): what each band sees of itself and around it."""
         bands = torch.arange(SHARED_BANDS)
         own = nn.functional.pad(features[:, :, OWN:OWN + SHARED_BANDS + NEAR], (NEAR, 0)).unfold(2, 2 * NEAR + 1, 1)
-        single = [SCENE + bands, *(start + bands // 2 for start in (COHERENCE, IN_PHASE, LEVEL_DIFFERENCE, USUAL_PHASE)),
+        single = [SCENE + bands, *(start + bands // 2 for start in PER_PAIR),
                   AGAINST_PEAK + (bands - FIRST_GROUPED).clamp_min(0) // PER_GROUP]
         near = nn.functional.pad(0.25 * opinion[:, :, :SHARED_BANDS + 1], (1, 0)).unfold(2, 3, 1)
         return torch.cat([own, features[:, :, torch.stack(single, 1)], near], -1)

@@ -10,7 +10,8 @@
 namespace bcap {
 namespace {
 
-// std::clamp() in a form that becomes arithmetic of whole vectors.
+// std::clamp() in a form that becomes arithmetic of whole vectors; exact enough up to some thousand times the limit, and
+// sums of bounded inputs stay far below that.
 inline float within(float value, float limit) {
   return 0.5f * (std::abs(value + limit) - std::abs(value - limit));
 }
@@ -27,8 +28,9 @@ inline float sigmoid(float value) {
   return 0.5f + 0.5f * tangent(0.5f * value);
 }
 
-constexpr int32_t kMostSteps = 16384;
-constexpr float kMostSharedSteps = 32767.0f;
+constexpr int32_t kMostSteps =
+    16384;  // times the largest weight, over the longest row, fits 32 bits
+constexpr int32_t kMostSharedSteps = 32767;
 
 // Inputs of a layer, padded with zeros to whole vectors.
 template <size_t kCount>
@@ -36,11 +38,17 @@ struct Quantized {
   alignas(16) std::array<int16_t, (kCount + 15) / 16 * 16> values{};
 };
 
-void quantize(const float* from, size_t count, float steps, int16_t* to, float most = kMostSteps) {
+template <int32_t kMost = kMostSteps>
+void quantize(const float* from, size_t count, float steps, int16_t* to) {
   for (size_t n = 0; n < count; ++n) {
-    const float scaled = within(from[n] * steps, most);
+    const float scaled = within(from[n] * steps, static_cast<float>(kMost));
     to[n] = static_cast<int16_t>(static_cast<int32_t>(scaled));
   }
+}
+
+// For the shared layer.
+void quantize_shared(const float* from, size_t count, int16_t* to, float scale = 1.0f) {
+  quantize<kMostSharedSteps>(from, count, scale * kSharedSteps, to);
 }
 
 template <size_t kRows, size_t kColumns>
@@ -127,32 +135,29 @@ void look_around(const NetworkFeatures& features, const NetworkGains& opinion, B
   constexpr float kOpinionScale = 0.25f;
   // Nothing lies below the lowest band.
   std::array<int16_t, kSeenNeighbours + kSharedBands + kSeenNeighbours> levels{};
-  quantize(features.data() + kAboveOwnFloor, kSharedBands + kSeenNeighbours, kSharedSteps,
-           levels.data() + kSeenNeighbours, kMostSharedSteps);
+  quantize_shared(features.data() + kAboveOwnFloor, kSharedBands + kSeenNeighbours,
+                  levels.data() + kSeenNeighbours);
   for (size_t n = 0; n < 2 * kSeenNeighbours + 1; ++n) {
     std::copy_n(levels.begin() + n, kSharedBands, (seen++)->begin());
   }
-  quantize(features.data() + kAboveSceneFloor, kSharedBands, kSharedSteps, (seen++)->data(),
-           kMostSharedSteps);
+  quantize_shared(features.data() + kAboveSceneFloor, kSharedBands, (seen++)->data());
   for (const size_t first : {kCoherence, kInPhase, kLevelDifference, kUsualPhase}) {
     std::array<int16_t, kSharedBands / 2> pairs;
-    quantize(features.data() + first, pairs.size(), kSharedSteps, pairs.data(), kMostSharedSteps);
+    quantize_shared(features.data() + first, pairs.size(), pairs.data());
     for (size_t band = 0; band < kSharedBands; ++band) {
       (*seen)[band] = pairs[band / 2];
     }
     ++seen;
   }
   std::array<int16_t, kNetworkGroups> groups;
-  quantize(features.data() + kAgainstPeak, groups.size(), kSharedSteps, groups.data(),
-           kMostSharedSteps);
+  quantize_shared(features.data() + kAgainstPeak, groups.size(), groups.data());
   for (size_t band = 0; band < kSharedBands; ++band) {
     (*seen)[band] =
         groups[(std::max(band, kFirstGroupedBand) - kFirstGroupedBand) / kBandsPerGroup];
   }
   ++seen;
   std::array<int16_t, 1 + kSharedBands + 1> opinions{};
-  quantize(opinion.data(), kSharedBands + 1, kOpinionScale * kSharedSteps, opinions.data() + 1,
-           kMostSharedSteps);
+  quantize_shared(opinion.data(), kSharedBands + 1, opinions.data() + 1, kOpinionScale);
   for (size_t n = 0; n < 3; ++n) {
     std::copy_n(opinions.begin() + n, kSharedBands, (seen++)->begin());
   }
@@ -207,7 +212,7 @@ void NoiseNetwork::Correct(const NetworkFeatures& features, const NetworkContext
   alignas(16) std::array<BandSteps, kSharedInputs + kSharedUnits> seen;
   look_around(features, opinion, seen.data());
   for (size_t unit = 0; unit < kSharedUnits; ++unit) {
-    quantize(shared_[unit].data(), kSharedBands, kSharedSteps, seen[kSharedInputs + unit].data());
+    quantize_shared(shared_[unit].data(), kSharedBands, seen[kSharedInputs + unit].data());
   }
 
   std::array<BandValues, kCorrectingBands> said{};
