@@ -23,6 +23,7 @@ root=$(dirname "$0")/..
 "$root"/scripts/install_dependencies.sh --record --train
 cd "$root/training"
 export OMP_NUM_THREADS=1 OPENBLAS_NUM_THREADS=1
+/usr/bin/python3 recurrent.py
 /usr/bin/python3 make_data.py --seed "$seed"
 /usr/bin/python3 make_data.py --renew --seed $((seed + 1)) &
 renewal=$!

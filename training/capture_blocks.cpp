@@ -15,6 +15,7 @@ namespace {
 using namespace bcap;
 
 constexpr uint32_t kSampleRateHz = 48000;
+constexpr size_t kTargets = 7;  // of a mixture
 
 struct Analysis {
   StereoStft stft;
@@ -30,6 +31,9 @@ extern "C" {
 
 int capture_feature_count() {
   return static_cast<int>(kNetworkFeatures);
+}
+int capture_target_count() {
+  return static_cast<int>(kTargets);
 }
 int capture_band_count() {
   return static_cast<int>(kNetworkBands);
@@ -52,8 +56,9 @@ void capture_band_edges_hz(float* hz) {
 }
 
 // A mixture at 48 kHz as the network hears it, features[blocks][kNetworkFeatures], and what there is to know about it,
-// targets[blocks][3][kNetworkBands]: energy of the clean voice, energy of the mixture, and their common part (what of the
-// clean voice is in phase with the mixture), over both ears. voice, noise, own: left then right, `stride` samples apart;
+// targets[blocks][kTargets][kNetworkBands]: energy of the clean voice, energy of the mixture, and their common part (what of
+// the clean voice is in phase with the mixture), over both ears; left times the conjugate of right, real and imaginary, of
+// the clean voice and of the mixture. voice, noise, own: left then right, `stride` samples apart;
 // each is multiplied by its response[kEars][kBins], and the sum of the three is the mixture. `own` is what the microphones
 // add themselves.
 void capture_mixture(const float* voice, const float* voice_response, const float* noise,
@@ -69,7 +74,7 @@ void capture_mixture(const float* voice, const float* voice_response, const floa
   BandSpectra clean_bands;
   BandSpectra mix_bands;
   NetworkFeatures out{};
-  for (size_t block = 0; block < blocks; ++block, targets += 3 * kNetworkBands) {
+  for (size_t block = 0; block < blocks; ++block, targets += kTargets * kNetworkBands) {
     *mix = StereoSpectrum{};
     for (size_t part = 0; part < kParts; ++part) {
       Analysis& analysis = (*parts)[part];
@@ -102,6 +107,10 @@ void capture_mixture(const float* voice, const float* voice_response, const floa
         }
       }
       targets[2 * kNetworkBands + band] = common * 4.0f / (kFrameSamples * kFrameSamples);
+      targets[3 * kNetworkBands + band] = clean_bands.cross_re[band];
+      targets[4 * kNetworkBands + band] = clean_bands.cross_im[band];
+      targets[5 * kNetworkBands + band] = mix_bands.cross_re[band];
+      targets[6 * kNetworkBands + band] = mix_bands.cross_im[band];
     }
   }
 }

@@ -1,35 +1,21 @@
 """The capture library's own blocks, called from Python; builds the shared library on first use."""
 import ctypes
 import os
-import subprocess
 
 import numpy as np
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-WORK = os.path.join(HERE, "work")
-SOURCES = [os.path.join(HERE, "capture_blocks.cpp")] + [
-    os.path.join(HERE, "..", "bcap", "src", name + ".cpp")
-    for name in ("transform", "band_layout", "noise_features")]
+import native
+
+SOURCES = [os.path.join(native.HERE, "capture_blocks.cpp")] + [
+    os.path.join(native.CAPTURE, name + ".cpp") for name in ("transform", "band_layout", "noise_features")]
 BLOCK = 512
 BINS = BLOCK + 1
 LATENCY = 512  # of apply_gains
 
-
-def _load():
-    library = os.path.join(WORK, "capture_blocks.so")
-    headers = [os.path.join(HERE, "..", "bcap", "src", h) for h in os.listdir(os.path.join(HERE, "..", "bcap", "src"))]
-    if not os.path.exists(library) or os.path.getmtime(library) < max(map(os.path.getmtime, SOURCES + headers)):
-        os.makedirs(WORK, exist_ok=True)
-        fresh = library + str(os.getpid())
-        subprocess.run(["g++", "-std=c++17", "-O3", "-march=native", "-fno-math-errno", "-fno-trapping-math", "-shared", "-fPIC",
-                        "-I" + os.path.join(HERE, "..", "bcap", "src"), *SOURCES, "-o", fresh], check=True)
-        os.replace(fresh, library)
-    return ctypes.CDLL(library)
-
-
-_lib = _load()
+_lib = native.library("capture_blocks", SOURCES, ["-fno-math-errno", "-fno-trapping-math"])
 BANDS = _lib.capture_band_count()
 FEATURES = _lib.capture_feature_count()
+TARGETS = _lib.capture_target_count()
 
 
 def feature_layout():
@@ -51,12 +37,13 @@ def _pointer(x):
 
 def mixture(voice, noise, own, responses):
     """(2, samples) each, and their responses (3, 2, BINS) -> features (blocks, FEATURES) of the mixture and its targets
-    (blocks, 3, BANDS): energy of the voice, energy of the mixture, and what is common to both."""
+    (blocks, TARGETS, BANDS): energy of the voice, energy of the mixture, and what is common to both; what is common to
+    the ears, real and imaginary part, of the voice and of the mixture."""
     parts = [np.ascontiguousarray(x, np.float32) for x in (voice, noise, own)]
     responses = np.ascontiguousarray(responses, np.float32)
     samples = parts[0].shape[1]
     blocks = samples // BLOCK
-    features, targets = np.empty((blocks, FEATURES), np.float32), np.empty((blocks, 3, BANDS), np.float32)
+    features, targets = np.empty((blocks, FEATURES), np.float32), np.empty((blocks, TARGETS, BANDS), np.float32)
     _lib.capture_mixture(*(_pointer(x) for pair in zip(parts, responses) for x in pair), ctypes.c_size_t(samples),
                          ctypes.c_size_t(blocks), _pointer(features), _pointer(targets))
     return features, targets

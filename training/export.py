@@ -12,7 +12,8 @@ import sys
 import numpy as np
 import torch
 
-from capture_blocks import FEATURES, HERE, WORK
+from capture_blocks import FEATURES
+from native import HERE, WORK
 from train import CONTEXT, LOCAL, PLACE, SHARED, trained
 
 FEATURE_STEPS, ACTIVATION_STEPS, SHARED_STEPS = 1024.0, 16384.0, 4096.0

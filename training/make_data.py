@@ -1,9 +1,11 @@
 """Makes the training data in training/work: a bank of voices, then voices and noises at the ears, then mixtures of
 them as the network hears them.
 
-features.npy (scenes, blocks, features) and targets.npy (scenes, blocks, 3, bands), both float16. Targets:
-log2 of the mixture's energy, the amplitude of the clean voice against the mixture, and the part of the
-mixture that is common with the clean voice (the best gain in the sense of least squares).
+features.npy (scenes, blocks, features) and targets.npy (scenes, blocks, 4, bands), both float16. Targets:
+log2 of the mixture's energy, the amplitude of the clean voice against the mixture, the part of the mixture
+that is common with the clean voice (the best gain in the sense of least squares), and a row for the delay
+between the ears: what they have in common in DELAY_BANDS, as a share of the mixture's energy, real then
+imaginary parts; the clean voice's delay in samples, 0.25 to a step; 1 where there is one, else 0.
 
 With --renew, new mixtures replace those that are there, again and again until it is stopped, and now and then a new
 voice or noise joins; a training that runs meanwhile sees them as they come. Without it the network begins to know its
@@ -21,7 +23,8 @@ import numpy as np
 
 import capture_blocks
 import scenes
-from capture_blocks import BANDS, BINS, BLOCK, FEATURES, WORK
+from capture_blocks import BANDS, BINS, BLOCK, FEATURES
+from native import WORK
 
 SPEAKERS, UTTERANCES = 240, 6
 BANK_BYTES = 1e9  # of that many; the renewal makes another bank
@@ -33,6 +36,10 @@ LATE = 0.35  # of the voices start seconds later: ambience alone, with nobody ye
 # Mixtures at the end that only tell how training goes, never renewed; their voices and noises are the others', so that
 # how it does on new ones is for evaluate.py to say.
 HELD_BACK = 96
+DELAY_BANDS = slice(3, 38)  # about 150 to 2000 Hz, where the ears' delay is heard and measured
+LONGEST_DELAY = 44  # samples, as in metrics.py
+_EDGES_HZ = np.array(capture_blocks.band_edges_hz())
+DELAY_RADIANS = np.pi * (_EDGES_HZ[:-1] + _EDGES_HZ[1:])[DELAY_BANDS] / scenes.FS  # per sample of delay, at each centre
 
 
 def voice_bank(seed):
@@ -49,10 +56,25 @@ def voice_bank(seed):
         return pickle.load(file)
 
 
+def delays(voice, re, im):
+    """Of the clean voice in DELAY_BANDS, (blocks, bands): energy and what the ears have in common -> (blocks, 2): where
+    their correlation over three blocks is largest, in samples, and whether they are as coherent there as metrics.py asks."""
+    lags = np.arange(-LONGEST_DELAY, LONGEST_DELAY + 0.25, 0.25)
+    turns = np.outer(DELAY_RADIANS, lags)
+    over_three = lambda x: x + np.roll(x, 1, 0) + np.roll(x, -1, 0)
+    correlation = over_three(re @ np.cos(turns) - im @ np.sin(turns))
+    coherent = correlation.max(1) > 0.8 * over_three(voice.sum(1) / 2)
+    return np.stack([lags[correlation.argmax(1)], coherent], 1)
+
+
 def compact_targets(targets):
-    s, x, common = np.moveaxis(targets, 1, 0)
+    s, x, common, *ears = np.moveaxis(targets, 1, 0)
     x = x + 1e-12
-    return np.stack([np.log2(x), np.sqrt(s / x).clip(0, 4), (common / x).clip(-4, 4)], 1)
+    voice_re, voice_im, re, im = (part[:, DELAY_BANDS] for part in ears)
+    low = x[:, DELAY_BANDS]
+    between_ears = np.concatenate([re / low, im / low, delays(s[:, DELAY_BANDS], voice_re, voice_im)], 1)
+    return np.stack([np.log2(x), np.sqrt(s / x).clip(0, 4), (common / x).clip(-4, 4),
+                     np.pad(between_ears, ((0, 0), (0, BANDS - between_ears.shape[1])))], 1)
 
 
 def store(name, *shape):
@@ -122,7 +144,7 @@ def main():
         parser.error(f"--renew: no data in {WORK} yet; run without it first")
     blocks = SECONDS * scenes.FS // BLOCK
     shapes = {"voices.npy": (PARTS, 2, SECONDS * scenes.FS), "noises.npy": (PARTS, 2, NOISE_SECONDS * scenes.FS),
-              "features.npy": (options.scenes, blocks, FEATURES), "targets.npy": (options.scenes, blocks, 3, BANDS)}
+              "features.npy": (options.scenes, blocks, FEATURES), "targets.npy": (options.scenes, blocks, 4, BANDS)}
     if not options.renew:
         there = filter(os.path.exists, (os.path.join(WORK, name) for name in shapes))
         room = shutil.disk_usage(WORK).free + sum(map(os.path.getsize, there))

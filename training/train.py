@@ -2,7 +2,7 @@
 
 Loss, per scene: how far the gains are from the best signal-to-distortion ratio (log of the remaining error
 energy), compressed magnitudes that weigh lost voice more than left noise, the gain itself, the level of the voice,
-how intelligible it is, how much noise is left in its pauses, and how much where the delay between the ears is heard.
+how intelligible it is, how much noise is left in its pauses, and what is left of the error of the ears' delay.
 
 Training on the intelligibility that is measured: M. Kolbaek, Z.-H. Tan and J. Jensen, "Monaural speech enhancement
 using deep neural networks by maximizing a short-time objective intelligibility measure", ICASSP 2018.
@@ -18,37 +18,46 @@ import torch
 from torch import nn
 
 import capture_blocks
-from capture_blocks import BANDS, FEATURES, WORK
-from make_data import HELD_BACK
+import recurrent
+from capture_blocks import BANDS, FEATURES
+from make_data import DELAY_BANDS, DELAY_RADIANS, HELD_BACK
+from native import WORK
+from recurrent import HIDDEN, LOCAL, SHARED, SHARED_BANDS
 
-DENSE, HIDDEN = 96, 80
-SHARED, SHARED_BANDS = 16, 40  # units per band, and the lowest bands, which share their layer
-CONTEXT, PLACE = 12, 4  # what all of them are told, and what tells them apart
+DENSE = 96
+CONTEXT, PLACE = 12, 4  # what all bands of the shared layer are told, and what tells them apart
 CHUNK = 312  # blocks, 3.3 s: how far back the gradient reaches; the state goes on
 
 OWN, SCENE, *PER_PAIR, AGAINST_PEAK, FIRST_GROUPED, PER_GROUP = capture_blocks.feature_layout()
 NEAR = 3  # a band sees the levels of so many neighbours on either side
-LOCAL = 2 * NEAR + 1 + 1 + 4 + 1 + 3
+
+
+def gated(layer, seen, state):
+    """What the torch.nn.GRU gives: seen (blocks, sequences, columns), state of before or None -> units, state after."""
+    if state is None:
+        state = seen.new_zeros(seen.shape[1], HIDDEN)
+    inputs = nn.functional.linear(seen, layer.weight_ih_l0, layer.bias_ih_l0)
+    units = recurrent.Gated.apply(inputs, layer.weight_hh_l0, layer.bias_hh_l0, state)
+    return units, units[-1].detach()
 
 
 class SharedLayer(nn.Module):
     """Recurrent, with one gate (M. Ravanelli et al., "Light gated recurrent units for speech recognition", IEEE TETCI
-    2(2), 2018, with the hyperbolic tangent): seen (sequences, blocks, columns) -> units, state after the last block."""
+    2(2), 2018, with the hyperbolic tangent): local (blocks, sequences, SHARED_BANDS, LOCAL), context (blocks, sequences,
+    CONTEXT), place (SHARED_BANDS, PLACE) -> units (blocks, sequences, SHARED_BANDS, SHARED), state after the last block."""
 
-    def __init__(self, columns):
+    def __init__(self):
         super().__init__()
-        self.seen = nn.Linear(columns, 2 * SHARED)  # rows: gates, candidates
+        self.seen = nn.Linear(LOCAL + CONTEXT + PLACE, 2 * SHARED)  # rows: gates, candidates
         self.last = nn.Linear(SHARED, 2 * SHARED, bias=False)
 
-    def forward(self, seen, state):
+    def forward(self, local, context, place, state):
         if state is None:
-            state = seen.new_zeros(len(seen), SHARED)
-        units, last = [], self.last.weight.t()
-        for now in self.seen(seen).transpose(0, 1).contiguous():
-            gate, candidate = torch.addmm(now, state, last).chunk(2, 1)
-            state = torch.lerp(torch.tanh(candidate), state, torch.sigmoid(gate))
-            units.append(state)
-        return torch.stack(units, 1), state
+            state = local.new_zeros(local.shape[1] * SHARED_BANDS, SHARED)
+        of_local, of_context, of_place = self.seen.weight.split((LOCAL, CONTEXT, PLACE), 1)
+        units = recurrent.Shared.apply(local, nn.functional.linear(context, of_context, self.seen.bias),
+                                       nn.functional.linear(place, of_place), of_local, self.last.weight, state)
+        return units.unflatten(1, (-1, SHARED_BANDS)), units[-1].detach()
 
 
 class Network(nn.Module):
@@ -61,26 +70,26 @@ class Network(nn.Module):
     def __init__(self):
         super().__init__()
         self.dense = nn.Linear(FEATURES, DENSE)
-        self.gru1 = nn.GRU(DENSE, HIDDEN, batch_first=True)
-        self.gru2 = nn.GRU(HIDDEN, HIDDEN, batch_first=True)
+        self.gru1 = nn.GRU(DENSE, HIDDEN)
+        self.gru2 = nn.GRU(HIDDEN, HIDDEN)
         self.out = nn.Linear(2 * HIDDEN + DENSE, BANDS)
         self.context = nn.Linear(2 * HIDDEN + DENSE, CONTEXT)
         self.place = nn.Parameter(0.3 * torch.randn(SHARED_BANDS, PLACE))
-        self.shared = SharedLayer(LOCAL + CONTEXT + PLACE)
+        self.shared = SharedLayer()
         self.correction = nn.Linear(3 * SHARED, 1)  # of the band below, the band, the band above
         nn.init.zeros_(self.correction.weight)
         nn.init.zeros_(self.correction.bias)
 
     def whole(self, features, state):
-        """-> all units (batch, blocks, ...), opinion, state after the last block"""
+        """(blocks, batch, FEATURES) -> all units, opinion, state after the last block"""
         now = torch.tanh(self.dense(features))
-        h1, first = self.gru1(now, state[0])
-        h2, second = self.gru2(h1, state[1])
+        h1, first = gated(self.gru1, now, state[0])
+        h2, second = gated(self.gru2, h1, state[1])
         units = torch.cat([h1, h2, now], -1)
-        return units, self.out(units), (first.detach(), second.detach())
+        return units, self.out(units), (first, second)
 
     def local(self, features, opinion):
-        """(batch, blocks, SHARED_BANDS, LOCAL): what each band sees of itself and around it."""
+        """(blocks, batch, SHARED_BANDS, LOCAL): what each band sees of itself and around it."""
         bands = torch.arange(SHARED_BANDS)
         own = nn.functional.pad(features[:, :, OWN:OWN + SHARED_BANDS + NEAR], (NEAR, 0)).unfold(2, 2 * NEAR + 1, 1)
         single = [SCENE + bands, *(start + bands // 2 for start in PER_PAIR),
@@ -90,17 +99,14 @@ class Network(nn.Module):
 
     def forward(self, features, state=(None, None, None), held=False):
         """-> gains, state after the last block. held: the layers of the whole spectrum stay as they are."""
-        count, blocks, _ = features.shape
+        features = features.transpose(0, 1).contiguous()
         with torch.set_grad_enabled(torch.is_grad_enabled() and not held):
             units, opinion, state_of_whole = self.whole(features, state)
-        context = torch.tanh(self.context(units))[:, :, None].expand(-1, -1, SHARED_BANDS, -1)
-        seen = torch.cat([self.local(features, opinion), context, self.place.expand(count, blocks, -1, -1)], -1)
-        shared, last = self.shared(seen.transpose(1, 2).reshape(count * SHARED_BANDS, blocks, -1), state[2])
-        shared = nn.functional.pad(shared.reshape(count, SHARED_BANDS, blocks, SHARED), (0, 0, 0, 0, 1, 1))
-        near = torch.cat([shared[:, :-2], shared[:, 1:-1], shared[:, 2:]], -1)
-        more = self.correction(near)[..., 0].transpose(1, 2)
+        shared, last = self.shared(self.local(features, opinion), torch.tanh(self.context(units)), self.place, state[2])
+        below, own, above = (shared @ self.correction.weight.view(3, SHARED).t()).unbind(-1)
+        more = nn.functional.pad(below[:, :, :-1], (1, 0)) + own + nn.functional.pad(above[:, :, 1:], (0, 1)) + self.correction.bias
         gains = torch.sigmoid(opinion + nn.functional.pad(more, (0, BANDS - SHARED_BANDS)))
-        return gains, (*state_of_whole, last.detach())
+        return gains.transpose(0, 1), (*state_of_whole, last)
 
 
 def trained(path):
@@ -148,19 +154,29 @@ def unintelligibility(clean, enhanced):
     return mean(stoi), mean(estoi)
 
 
-DELAY_BANDS = slice(3, 38)  # about 150 to 2000 Hz, where the ears' delay is heard and measured
-
-
-def misdirection(clean, noise, gain):
-    """Logarithm of the noise left against the voice left in DELAY_BANDS, of energies (batch, blocks, BANDS): what pulls the
-    delay between the ears away from the voice's. Mean over stretches of three blocks with more voice than noise."""
-    low = lambda e: nn.functional.avg_pool1d(e[:, :, DELAY_BANDS].sum(2)[:, None], 3, 2)[:, 0]
-    noise = noise.clamp_min(0)
-    voice_before, noise_before = low(clean), low(noise)
-    heard = (voice_before > noise_before) & (voice_before > 10 ** -2.5 * voice_before.amax(1, keepdim=True)) & (voice_before > 1e-9)
-    voice_left, noise_left = low(gain ** 2 * clean), low(gain ** 2 * noise)
-    ratio = torch.log10((noise_left + 1e-12) / (voice_left + 1e-3 * voice_before + 1e-12) + 0.02)
-    return (ratio * heard).sum() / heard.sum().clamp_min(1)
+def delay_error(target, gain):
+    """How far the delay between the ears moves from the clean voice's, in samples: one step of Newton's method from there
+    to the peak of what gain (batch, blocks, BANDS) leaves of the ears' correlation. Over stretches of three blocks where
+    metrics.py looks too; large errors count for less, up to 16, for one step says little of them."""
+    count = len(DELAY_RADIANS)
+    radians = torch.from_numpy(DELAY_RADIANS).float()
+    low = target[:, :, :3, DELAY_BANDS]
+    re, im = target[:, :, 3, :count], target[:, :, 3, count:2 * count]
+    stretches = lambda v: nn.functional.avg_pool1d(v.transpose(1, 2), 3, 2).transpose(1, 2)
+    energy = torch.exp2(low[:, :, 0])
+    voice = energy * low[:, :, 1] ** 2
+    noise = (energy * (1 - 2 * low[:, :, 2]) + voice).clamp_min(0)
+    voice, noise = (stretches(v).sum(2) for v in (voice, noise))
+    delay, coherent = target[:, 1:-1:2, 3, 2 * count:2 * count + 2].unbind(-1)
+    heard = (voice > noise) & (voice > 10 ** -2.5 * voice.amax(1, keepdim=True)) & (voice > 1e-9) & (coherent > 0.5)
+    left = gain[:, :, DELAY_BANDS] ** 2 * energy
+    re, im, left = (stretches(v) for v in (left * re, left * im, left))
+    cos, sin = ((delay[:, :, None] * radians).cos(), (delay[:, :, None] * radians).sin())
+    slope = ((re * sin + im * cos) * radians).sum(2)
+    curvature = ((re * cos - im * sin) * radians ** 2).sum(2)
+    flattest = 0.05 * (left * radians ** 2).sum(2) + 1e-12
+    error = slope.abs() / torch.maximum(curvature, flattest)
+    return (error / (1 + error / 16) * heard).sum() / heard.sum().clamp_min(1)
 
 
 def normals(target):
@@ -197,11 +213,11 @@ def losses(gain, target, scene):
     left = torch.log10(after / (before + 1e-12) + 3e-3)[pause.sum(1) > 10]
     return (distortion.mean(), magnitude.mean(), (gain_root - ideal).pow(2).mean(), (level.clamp_max(0) ** 2).mean(),
             *unintelligibility(clean, gain ** 2 * x), left.mean() if len(left) else gain.sum() * 0,
-            misdirection(clean, x * (1 - 2 * common) + clean, gain))
+            delay_error(target, gain))
 
 
-LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses", "direction")
-WEIGHTS = (0.5, 1.5, 0.7, 0.2, 9.0, 36.0, 1.2, 4.0)
+LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses", "delay")
+WEIGHTS = (0.5, 1.5, 0.7, 0.2, 9.0, 36.0, 1.2, 5.0)
 
 
 def main():
