@@ -12,22 +12,15 @@ namespace {
 // -28 dB: lower makes pauses dead and lets the remaining noise warble, higher leaves more of it.
 constexpr float kGainFloor = 0.04f;
 
-// Below about 1.6 kHz each bin has its own gain and most of the voice's energy lies: there gains are bent
-// away from the middle, which deepens the valleys between harmonics. All the way would cost more
-// intelligibility than it takes noise, and so it would above; it fades out across these bands.
-constexpr float kBent = 0.5f;
-constexpr size_t kBentFullyBelow = 25;
-constexpr size_t kBentNotFrom = 45;
-
 // A voice is somewhere in these bands, about 190 Hz to 4.5 kHz; while their mean gain stays below
 // kVoicePresent, all gains sink further, so that the rest of the noise lies still instead of warbling. It
 // comes back within two blocks, for beginnings of words, and goes within a quarter of a second.
 constexpr size_t kVoiceFrom = 4;
 constexpr size_t kVoiceTo = 52;
-constexpr float kVoicePresent = 0.18f;
+constexpr float kVoicePresent = 0.24f;
 constexpr float kVoiceRise = 0.5f;
 constexpr float kVoiceFall = 0.08f;
-constexpr float kNoVoiceGain = 0.1f;
+constexpr float kNoVoiceGain = 0.03f;
 
 // The gain with the best ratio of voice to distortion is a little too low for the voice's level; this gives
 // most of it back, for 0.2 dB of that ratio.
@@ -90,19 +83,8 @@ void NoiseReduction::ToNetworkBands(const BandSpectra& bands, BandSpectra& netwo
 
 void NoiseReduction::Shape() {
   float mean = 0.0f;
-  for (size_t band = 0; band < kNetworkBands; ++band) {
-    // Close to gain * sin(gain * pi / 2), without the sine.
-    float& gain = network_gains_[band];
-    const float square = gain * gain;
-    const float bent = square * (1.5f - 0.5f * square);
-    const float share =
-        kBent * std::clamp((static_cast<float>(kBentNotFrom) - static_cast<float>(band)) /
-                               static_cast<float>(kBentNotFrom - kBentFullyBelow),
-                           0.0f, 1.0f);
-    gain += share * (bent - gain);
-    if (band >= kVoiceFrom && band < kVoiceTo) {
-      mean += gain / static_cast<float>(kVoiceTo - kVoiceFrom);
-    }
+  for (size_t band = kVoiceFrom; band < kVoiceTo; ++band) {
+    mean += network_gains_[band] / static_cast<float>(kVoiceTo - kVoiceFrom);
   }
   const float presence = std::min(mean / kVoicePresent, 1.0f);
   const float rise = presence * presence - voice_;

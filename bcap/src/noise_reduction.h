@@ -1,7 +1,7 @@
 // Noise reduction with both ears: from what both ears hold in each band to one gain per band, common to
 // both ears, so that no sound changes its direction. Features of both ears go through a small recurrent
-// network; its gains are made more decided where the harmonics of a voice lie, fall further while there is
-// no voice at all, never fall below a floor, which keeps the ambience alive, and are scaled by the amount.
+// network; its gains fall further while there is no voice at all, never fall below a floor, which keeps the
+// ambience alive, and are scaled by the amount.
 // Called by the one-pass chain, once per block, on the capture thread. No latency of its own.
 #pragma once
 
