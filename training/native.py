@@ -11,7 +11,7 @@ WORK = os.path.join(HERE, "work")
 
 
 def library(name, sources, flags):
-    """-> the loaded library `name` of WORK. sources: paths of C++ files; flags: for the compiler, beside the optimising ones."""
+    """-> the loaded library `name` of WORK. sources: paths of C++ files; flags: of the compiler, beside the optimising ones."""
     path = os.path.join(WORK, name + ".so")
     read = sources + [os.path.join(CAPTURE, header) for header in os.listdir(CAPTURE)] + [__file__]
     if not os.path.exists(path) or os.path.getmtime(path) < max(map(os.path.getmtime, read)):

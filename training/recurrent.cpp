@@ -1,5 +1,5 @@
 // The recurrent layers of the network, forward and backward through time, for train.py: torch takes such layers one step
-// and one operation at a time, which costs three times as much as everything else in the training together.
+// and one operation at a time, which takes longer than everything else in the training together.
 // Called by recurrent.py, which gives the sizes as macros and says what is what. Built with relaxed arithmetic.
 #include <algorithm>
 #include <cmath>

@@ -15,7 +15,8 @@ HIDDEN = 80
 SHARED, SHARED_BANDS, LOCAL = 16, 40, 16  # units per band, the lowest bands, which share their layer, what each sees
 
 _lib = native.library("recurrent", [os.path.join(native.HERE, "recurrent.cpp")], [
-    "-ffast-math", "-mprefer-vector-width=512", *(f"-D{name}={globals()[name]}" for name in ("HIDDEN", "SHARED", "SHARED_BANDS", "LOCAL"))])
+    "-ffast-math", "-mprefer-vector-width=512", f"-DHIDDEN={HIDDEN}", f"-DSHARED={SHARED}", f"-DSHARED_BANDS={SHARED_BANDS}",
+    f"-DLOCAL={LOCAL}"])
 
 
 def _call(function, *arguments):
@@ -42,7 +43,8 @@ class Gated(torch.autograd.Function):
 
     @staticmethod
     def forward(ctx, inputs, weight, bias, first):
-        blocks, rows, _ = inputs.shape
+        blocks, rows, columns = inputs.shape
+        assert columns == 3 * HIDDEN and weight.shape == (columns, HIDDEN)
         gates, units = inputs.clone(memory_format=torch.contiguous_format), _sequence(blocks, rows, first)
         from_state = torch.empty(blocks, rows, HIDDEN)
         _call(_lib.gated_forward, gates, weight.t().contiguous(), bias, from_state, units, blocks, rows)
@@ -66,7 +68,8 @@ class Shared(torch.autograd.Function):
 
     @staticmethod
     def forward(ctx, local, context, place, local_weight, weight, first):
-        blocks, rows = local.shape[:2]
+        blocks, rows, *seen = local.shape
+        assert seen == [SHARED_BANDS, LOCAL] and context.shape == (blocks, rows, 2 * SHARED)
         local, units = local.contiguous(), _sequence(blocks, rows * SHARED_BANDS, first)
         gates = torch.empty(blocks, rows * SHARED_BANDS, 2 * SHARED)
         _call(_lib.shared_forward, local, context.contiguous(), place.contiguous(), local_weight.t().contiguous(),
@@ -96,7 +99,8 @@ def check():
     def compared(ours, theirs, arguments, first):
         gradients = []
         for units in (ours(*arguments, first), theirs(*arguments, first)):
-            gradients.append((units.detach(), *torch.autograd.grad((units * torch.linspace(-1, 2, units.numel()).view(units.shape)).sum(), arguments)))
+            given = torch.linspace(-1, 2, units.numel()).view(units.shape)
+            gradients.append((units.detach(), *torch.autograd.grad(units, arguments, given)))
         for a, b in zip(*gradients):
             assert a.shape == b.shape and (a - b).norm() < 1e-4 * b.norm(), (a - b).norm() / b.norm()
 
@@ -116,7 +120,8 @@ def check():
             units.append(torch.lerp(torch.tanh(candidate), units[-1], torch.sigmoid(gate)))
         return torch.stack(units[1:])
 
-    compared(Gated.apply, gated, (some(blocks, rows, 3 * HIDDEN), some(3 * HIDDEN, HIDDEN), some(3 * HIDDEN)), torch.randn(rows, HIDDEN))
+    compared(Gated.apply, gated, (some(blocks, rows, 3 * HIDDEN), some(3 * HIDDEN, HIDDEN), some(3 * HIDDEN)),
+             torch.randn(rows, HIDDEN))
     compared(Shared.apply, shared, (some(blocks, rows, SHARED_BANDS, LOCAL), some(blocks, rows, 2 * SHARED),
                                     some(SHARED_BANDS, 2 * SHARED), some(2 * SHARED, LOCAL), some(2 * SHARED, SHARED)),
              torch.randn(rows * SHARED_BANDS, SHARED))

@@ -104,8 +104,8 @@ class Network(nn.Module):
             units, opinion, state_of_whole = self.whole(features, state)
         shared, last = self.shared(self.local(features, opinion), torch.tanh(self.context(units)), self.place, state[2])
         below, own, above = (shared @ self.correction.weight.view(3, SHARED).t()).unbind(-1)
-        more = nn.functional.pad(below[:, :, :-1], (1, 0)) + own + nn.functional.pad(above[:, :, 1:], (0, 1)) + self.correction.bias
-        gains = torch.sigmoid(opinion + nn.functional.pad(more, (0, BANDS - SHARED_BANDS)))
+        more = nn.functional.pad(below[:, :, :-1], (1, 0)) + own + nn.functional.pad(above[:, :, 1:], (0, 1))
+        gains = torch.sigmoid(opinion + nn.functional.pad(more + self.correction.bias, (0, BANDS - SHARED_BANDS)))
         return gains.transpose(0, 1), (*state_of_whole, last)
 
 
