@@ -28,7 +28,7 @@ export OMP_NUM_THREADS=1 OPENBLAS_NUM_THREADS=1
 setsid /usr/bin/python3 make_data.py --renew --seed $((seed + 1)) &
 renewal=$!
 trap 'kill -- -$renewal 2> /dev/null' EXIT  # with the processes that it has started
-trap 'exit 130' INT TERM
+trap 'exit 130' HUP INT TERM
 /usr/bin/python3 train.py --seed "$seed" --minutes "$minutes"
 kill -0 $renewal 2> /dev/null || { echo "$0: the mixtures were not renewed to the end; see above" >&2; exit 1; }
 /usr/bin/python3 export.py

@@ -8,6 +8,7 @@
 
 #include "band_layout.h"
 #include "noise_features.h"
+#include "noise_network_weights.h"
 #include "transform.h"
 
 namespace {
@@ -46,6 +47,18 @@ void capture_feature_layout(int* layout) {
         kAgainstPeak, kFirstGroupedBand, kBandsPerGroup}) {
     *layout++ = static_cast<int>(number);
   }
+}
+
+// The sizes of the network, then the scales and the offset of what export.py writes.
+void capture_network_layout(int* layout) {
+  for (const size_t size : {kDenseUnits, kRecurrentUnits, kContextUnits, kSharedUnits, kSharedBands,
+                            kSeenNeighbours, kSharedInputs}) {
+    *layout++ = static_cast<int>(size);
+  }
+  for (const float steps : {kFeatureSteps, kActivationSteps, kSharedSteps}) {
+    *layout++ = static_cast<int>(steps);
+  }
+  *layout = kWeightOffset;
 }
 
 // Of bands at 48 kHz, kNetworkBands + 1 of them.

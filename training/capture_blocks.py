@@ -18,10 +18,18 @@ FEATURES = _lib.capture_feature_count()
 TARGETS = _lib.capture_target_count()
 
 
-def feature_layout():
-    layout = (ctypes.c_int * 9)()
-    _lib.capture_feature_layout(layout)
-    return list(layout)
+def _numbers(function, count):
+    numbers = (ctypes.c_int * count)()
+    function(numbers)
+    return list(numbers)
+
+
+# Where some kinds of features begin, and how bands are grouped.
+OWN, SCENE, *PER_PAIR, AGAINST_PEAK, FIRST_GROUPED, PER_GROUP = _numbers(_lib.capture_feature_layout, 9)
+# Units of each kind; the lowest bands, which share a layer; the neighbours on either side whose levels one of them sees, and
+# how many numbers it sees in all. Then the scales of 16-bit inputs, and what is added to the weights.
+(DENSE, HIDDEN, CONTEXT, SHARED, SHARED_BANDS, NEAR, LOCAL,
+ FEATURE_STEPS, ACTIVATION_STEPS, SHARED_STEPS, WEIGHT_OFFSET) = _numbers(_lib.capture_network_layout, 11)
 
 
 def band_edges_hz():

@@ -12,11 +12,9 @@ import sys
 import numpy as np
 import torch
 
-from capture_blocks import FEATURES
+from capture_blocks import ACTIVATION_STEPS, CONTEXT, FEATURE_STEPS, FEATURES, LOCAL, SHARED, SHARED_STEPS, WEIGHT_OFFSET
 from native import HERE, WORK
-from train import CONTEXT, LOCAL, PLACE, SHARED, trained
-
-FEATURE_STEPS, ACTIVATION_STEPS, SHARED_STEPS = 1024.0, 16384.0, 4096.0
+from train import PLACE, trained
 
 
 def floats(values):
@@ -28,7 +26,7 @@ def rows(weights, steps):
     w = weights.detach().numpy().astype(np.float64)
     scale = np.maximum(np.abs(w).max(1), 1e-6) / 127
     quantized = np.rint(w / scale[:, None]).astype(int)
-    quantized = np.pad(quantized, ((0, 0), (0, -w.shape[1] % 16))) + 128
+    quantized = np.pad(quantized, ((0, 0), (0, -w.shape[1] % 16))) + WEIGHT_OFFSET
     return "{{{" + ",\n".join("{" + ",".join(map(str, row)) + "}" for row in quantized) + "}},\n" + floats(scale / steps) + "}"
 
 

@@ -11,9 +11,11 @@ WORK = os.path.join(HERE, "work")
 
 
 def library(name, sources, flags):
-    """-> the loaded library `name` of WORK. sources: paths of C++ files; flags: of the compiler, beside the optimising ones."""
+    """-> the loaded library `name` of WORK, for the module of that name. sources: paths of C++ files; flags: of the compiler,
+    beside the optimising ones."""
     path = os.path.join(WORK, name + ".so")
-    read = sources + [os.path.join(CAPTURE, header) for header in os.listdir(CAPTURE)] + [__file__]
+    flags_from = [__file__, os.path.join(HERE, name + ".py")]
+    read = sources + [os.path.join(CAPTURE, header) for header in os.listdir(CAPTURE)] + flags_from
     if not os.path.exists(path) or os.path.getmtime(path) < max(map(os.path.getmtime, read)):
         os.makedirs(WORK, exist_ok=True)
         # Linked by itself: with relaxed arithmetic among its flags the linker would change that of the whole process.

@@ -1,17 +1,19 @@
 // The recurrent layers of the network, forward and backward through time, for train.py: torch takes such layers one step
 // and one operation at a time, which takes longer than everything else in the training together.
-// Called by recurrent.py, which gives the sizes as macros and says what is what. Built with relaxed arithmetic.
+// Called by recurrent.py, which says what is what. Built with relaxed arithmetic.
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <vector>
 
+#include "noise_network_weights.h"
+
 namespace {
 
-constexpr size_t kHidden = HIDDEN;       // units of a gated recurrent layer
-constexpr size_t kShared = SHARED;       // units of the shared layer, per band
-constexpr size_t kBands = SHARED_BANDS;  // which share it
-constexpr size_t kLocal = LOCAL;         // what each of them sees by itself
+constexpr size_t kHidden = bcap::kRecurrentUnits;
+constexpr size_t kShared = bcap::kSharedUnits;
+constexpr size_t kBands = bcap::kSharedBands;
+constexpr size_t kLocal = bcap::kSharedInputs;
 
 float sigmoid(float x) {
   return 1.0f / (1.0f + std::exp(-x));

@@ -19,17 +19,13 @@ from torch import nn
 
 import capture_blocks
 import recurrent
-from capture_blocks import BANDS, FEATURES
+from capture_blocks import (AGAINST_PEAK, BANDS, CONTEXT, DENSE, FEATURES, FIRST_GROUPED, HIDDEN, LOCAL, NEAR, OWN, PER_GROUP,
+                            PER_PAIR, SCENE, SHARED, SHARED_BANDS)
 from make_data import DELAY_BANDS, DELAY_RADIANS, HELD_BACK
 from native import WORK
-from recurrent import HIDDEN, LOCAL, SHARED, SHARED_BANDS
 
-DENSE = 96
-CONTEXT, PLACE = 12, 4  # what all bands of the shared layer are told, and what tells them apart
+PLACE = 4  # numbers that tell the bands of the shared layer apart
 CHUNK = 312  # blocks, 3.3 s: how far back the gradient reaches; the state goes on
-
-OWN, SCENE, *PER_PAIR, AGAINST_PEAK, FIRST_GROUPED, PER_GROUP = capture_blocks.feature_layout()
-NEAR = 3  # a band sees the levels of so many neighbours on either side
 
 
 def gated(layer, seen, state):

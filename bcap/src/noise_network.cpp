@@ -28,8 +28,8 @@ inline float sigmoid(float value) {
   return 0.5f + 0.5f * tangent(0.5f * value);
 }
 
-constexpr int32_t kMostSteps =
-    16384;  // times the largest weight, over the longest row, fits 32 bits
+// Times the largest weight, over the longest row, fits 32 bits.
+constexpr int32_t kMostSteps = 16384;
 constexpr int32_t kMostSharedSteps = 32767;
 
 // Inputs of a layer, padded with zeros to whole vectors.

@@ -23,7 +23,7 @@ constexpr float kVoiceFall = 0.08f;
 constexpr float kNoVoiceGain = 0.03f;
 
 // The gain with the best ratio of voice to distortion is a little too low for the voice's level; this gives
-// most of it back, for 0.2 dB of that ratio.
+// a third of it back, for 0.2 dB of that ratio.
 constexpr float kLift = 1.12f;
 
 const BandLayout& network_layout() {
