@@ -166,8 +166,10 @@ class Recording(RecorderTest):
         for rate, channels, frames, announced, args, recorded, warning in [
             (48000, 2, 12345, None, [], 12345, ""), (44100, 2, 7, None, [], 7, ""),
             (48000, 1, 4800, None, [], 4800, ""), (48000, 2, 480, 0xFFFFFFFF, [], 480, ""),  # as a stream begins
+            (48000, 2, 480, 0x7FFFF024, [], 480, ""), (48000, 2, 480, 0x80000024, [], 480, ""),
             (48000, 2, 480, 1957, [], 480, ""),  # with padding that was left out
             (48000, 2, 480, 1958, [], 480, "in.wav ends early: its header announces 1966 bytes, it has 1964"),
+            (48000, 2, 480, 0xC0000000, [], 480, "in.wav ends early: its header announces 3221225480 bytes, it has 1964"),
             (48000, 2, 4800, None, ["-d", "1"], 48000, '"in.wav" is shorter than the recording; silence follows it'),
         ]:
             with self.subTest(rate=rate, channels=channels, announced=announced, args=args):
