@@ -109,6 +109,13 @@ TEST_F(Stream, OpenCloseAndRefusalLogTheirSteps) {
   EXPECT_EQ(device_stream(), nullptr);
   EXPECT_EQ(gStreamIn, nullptr);
   EXPECT_THAT(log.TakeErrors(kTag), ElementsAre("binaural_open_input_stream enter: SetUp fail---"));
+
+  // A session that tells no rate leaves the caller's, here none.
+  Headset("parameters RATE_UNKNOWN STEREO BITS_16");
+  EXPECT_EQ(OpenStream(), -1);
+  EXPECT_THAT(log.TakeErrors(kTag),
+              ElementsAre("binaural_open_input_stream: state=STANDBY failed to get audio config",
+                          "binaural_open_input_stream enter: binaural_algorithm_init_1_0 fail---"));
 }
 
 TEST_F(Stream, CloseKeepsTheFourSettingsOnly) {
