@@ -25,11 +25,15 @@ cd "$root/training"
 export OMP_NUM_THREADS=1 OPENBLAS_NUM_THREADS=1
 /usr/bin/python3 recurrent.py
 /usr/bin/python3 make_data.py --seed "$seed"
+training=
 setsid /usr/bin/python3 make_data.py --renew --seed $((seed + 1)) &
 renewal=$!
-trap 'kill -- -$renewal 2> /dev/null' EXIT  # with the processes that it has started
+trap 'kill -- -$renewal $training 2> /dev/null || :' EXIT  # the renewal with the processes that it has started
 trap 'exit 130' HUP INT TERM
-/usr/bin/python3 train.py --seed "$seed" --minutes "$minutes"
+/usr/bin/python3 train.py --seed "$seed" --minutes "$minutes" &  # beside this shell, which then hears of signals at once
+training=$!
+wait $training
+training=
 kill -0 $renewal 2> /dev/null || { echo "$0: the mixtures were not renewed to the end; see above" >&2; exit 1; }
 /usr/bin/python3 export.py
 echo "These gains belong in tests/bcap/noise_network_test.cpp; scripts/evaluate.sh tells how good it is."
