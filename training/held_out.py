@@ -21,10 +21,11 @@ STATIONARY = ("room_noise", "fan")
 def voices():
     """Speakers with their utterances, at unit power."""
     rng = np.random.default_rng(2024)
-    bank = [[scenes.spoken("flite:" + name, scenes.sentence(rng)) for _ in range(6)] for name in HELD_OUT_FLITE]
+    sentences = lambda: [scenes.sentence(rng) for _ in range(6)]
+    bank = [scenes.spoken("flite:" + name, sentences()) for name in HELD_OUT_FLITE]
     for k, variant in enumerate(HELD_OUT_VARIANTS):
         language = ("en-gb", "en-us", "de", "fr-fr", "es")[k]
-        bank.append([scenes.spoken(f"{language}+{variant}", scenes.sentence(rng), 150 + 10 * k) for _ in range(6)])
+        bank.append(scenes.spoken(f"{language}+{variant}", sentences(), 150 + 10 * k))
     recorded = []
     for path in sorted(glob.glob(os.path.join(RECORDINGS, "*_*.wav"))):  # spoken words; Noise.wav has no underscore
         rate, x = wavfile.read(path)

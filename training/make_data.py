@@ -7,9 +7,9 @@ that is common with the clean voice (the best gain in the sense of least squares
 between the ears: what they have in common in DELAY_BANDS, as a share of the mixture's energy, real then
 imaginary parts; the clean voice's delay in samples, 0.25 to a step; 1 where there is one, else 0.
 
-With --renew, new mixtures replace those that are there, again and again until it is stopped, and now and then a new
-voice or noise joins; a training that runs meanwhile sees them as they come. Without it the network begins to know its
-scenes by heart.
+With --renew, new mixtures replace those that are there, again and again until it is stopped, and now and then a noise
+or a speaker whom nobody has heard yet; a training that runs meanwhile sees them as they come. Without it the network
+begins to know its scenes by heart, and where only mixtures are new, its speakers.
 """
 import argparse
 import math
@@ -26,34 +26,37 @@ import scenes
 from capture_blocks import BANDS, BINS, BLOCK, FEATURES
 from native import WORK
 
-SPEAKERS, UTTERANCES = 240, 6
-BANK_BYTES = 1e9  # of that many; the renewal makes another bank
+PARTS = 1600  # voices, each of another speaker, and as many noises
+UTTERANCES = 4  # of a speaker
+BANK_BYTES = 2e9  # of all speakers
 SECONDS, NOISE_SECONDS = 10, 12  # a mixture takes any ten of the twelve
-PARTS = 1600  # voices, and as many noises
 MIXTURES_PER_NEW_PART = 10
 ANSWERS = 0.05
 LATE = 0.35  # of the voices start seconds later: ambience alone, with nobody yet to tell it from, is the hardest
 # Mixtures at the end that only tell how training goes, never renewed; their voices and noises are the others', so that
 # how it does on new ones is for evaluate.py to say.
 HELD_BACK = 96
+BANK = os.path.join(WORK, "speakers.pickle")
 DELAY_BANDS = slice(3, 38)  # about 150 to 2000 Hz, where the ears' delay is heard and measured
 LONGEST_DELAY = 44  # samples, as in metrics.py
 _EDGES_HZ = np.array(capture_blocks.band_edges_hz())
 DELAY_RADIANS = np.pi * (_EDGES_HZ[:-1] + _EDGES_HZ[1:])[DELAY_BANDS] / scenes.FS  # per sample of delay, at each centre
 
 
-def voice_bank(seed):
-    """SPEAKERS lists of utterances, made once."""
-    path = os.path.join(WORK, f"voices-{seed}.pickle")
-    if not os.path.exists(path):
-        with multiprocessing.Pool() as pool:
-            bank = pool.starmap(scenes.training_speaker,
-                                [(np.random.default_rng([seed, 1, k]), UTTERANCES) for k in range(SPEAKERS)], 1)
-        with open(path + ".part", "wb") as file:
-            pickle.dump(bank, file)
-        os.replace(path + ".part", path)
-    with open(path, "rb") as file:
-        return pickle.load(file)
+def speaker(seed, k):
+    """Speaker k of the seed: utterances, in half precision, for there are many."""
+    rng = np.random.default_rng([seed, 1, k])
+    return [utterance.astype(np.float16) for utterance in scenes.training_speaker(rng, UTTERANCES)]
+
+
+def voice_bank(seed, jobs):
+    """The speakers of all voice parts; left in a file, for the renewal to begin with."""
+    with multiprocessing.Pool(jobs) as pool:
+        bank = pool.starmap(speaker, [(seed, k) for k in range(PARTS)], 4)
+    with open(BANK + ".part", "wb") as file:
+        pickle.dump(bank, file)
+    os.replace(BANK + ".part", BANK)
+    return bank
 
 
 def delays(voice, re, im):
@@ -83,11 +86,12 @@ def store(name, *shape):
 
 
 def make_part(seed, k, at, bank):
-    """Part k of the seed: even ones are voices, odd ones noises; it goes to place `at` of its kind."""
+    """Part k of the seed: even ones are voices, odd ones noises; it goes to place `at` of its kind. A voice is that of the
+    bank's speaker `at`; who babbles is any of them."""
     rng = np.random.default_rng([seed, 2, k])
     room = scenes.Room(rng)
     if k % 2 == 0:
-        store("voices.npy")[at] = scenes.voice_part(rng, SECONDS * scenes.FS, room, bank, answers=ANSWERS)
+        store("voices.npy")[at] = scenes.voice_part(rng, SECONDS * scenes.FS, room, [bank[at]], answers=ANSWERS)
     else:
         store("noises.npy")[at] = scenes.noise_part(rng, NOISE_SECONDS * scenes.FS, room, bank)
 
@@ -148,23 +152,28 @@ def main():
     if not options.renew:
         there = filter(os.path.exists, (os.path.join(WORK, name) for name in shapes))
         room = shutil.disk_usage(WORK).free + sum(map(os.path.getsize, there))
-        needed = 2 * BANK_BYTES + sum(2 * math.prod(shape) for shape in shapes.values())
+        needed = BANK_BYTES + sum(2 * math.prod(shape) for shape in shapes.values())
         if room < needed:
             parser.error(f"{WORK}: {needed / 1e9:.0f} GB are needed there, {room / 1e9:.0f} GB are free")
     seed, started = options.seed, time.time()
     told = lambda what: print(f"{what}: {time.time() - started:.0f} s", flush=True)
-    bank = voice_bank(seed)
-    told("voices")
     if options.renew:
+        with open(BANK, "rb") as file:
+            bank = pickle.load(file)
         count, k = len(store("features.npy")), 0
         while True:
             make_mixture(seed, k, k % (count - HELD_BACK))
             if k % MIXTURES_PER_NEW_PART == 0:
                 part = k // MIXTURES_PER_NEW_PART
-                make_part(seed, part, part // 2 % PARTS, bank)
+                at = part // 2 % PARTS
+                if part % 2 == 0:
+                    bank[at] = speaker(seed, part // 2)
+                make_part(seed, part, at, bank)
             k += 1
             if k % count == 0:
                 told(f"{k} mixtures renewed")
+    bank = voice_bank(seed, options.jobs)
+    told("speakers")
     for name, shape in shapes.items():
         store(name, *shape)
     in_parallel(options.jobs, lambda k: make_part(seed, k, k // 2, bank), 2 * PARTS)

@@ -9,7 +9,9 @@ and Audio Processing 6(5), 1998, equations 2 to 4 (head shadow) and 1 (interaura
 Rooms: J. Allen and D. Berkley, "Image method for efficiently simulating small-room acoustics", JASA 65(4),
 1979, the first 27 images; then an exponentially decaying diffuse tail.
 """
+import os
 import subprocess
+import tempfile
 
 import numpy as np
 from scipy import fft
@@ -57,16 +59,27 @@ def _pcm(wav):
     return rate, x
 
 
-def spoken(voice, text, speed=160, pitch=50):
-    """voice: 'flite:NAME', 'festival:NAME' or an espeak-ng voice with variant, 'en-gb+f1'. -> samples at FS."""
+def spoken(voice, texts, speed=160, pitch=50):
+    """voice: 'flite:NAME', 'festival:NAME' or an espeak-ng voice with variant, 'en-gb+f1'. -> samples at FS of each text."""
     kind, _, name = voice.rpartition(":")
-    if kind == "flite":
-        command = ["flite", "-voice", name, "-t", text, "-o", "/dev/stdout"]
-    elif kind == "festival":
-        command = ["text2wave", "-eval", f"(begin (voice_{name}) (Parameter.set 'Duration_Stretch {160 / speed:.2f}))"]
+    run = lambda *command: subprocess.run(command, check=True, capture_output=True).stdout
+    if kind == "festival":  # all at once, for it takes a third of a second to begin
+        with tempfile.TemporaryDirectory() as folder:
+            paths = [os.path.join(folder, f"{k}.wav") for k in range(len(texts))]
+            run("festival", "-b", f"(voice_{name})", f"(Parameter.set 'Duration_Stretch {160 / speed:.2f})",
+                *(f'(utt.save.wave (SynthText "{text}") "{path}" \'riff)' for text, path in zip(texts, paths)))
+            sounds = []
+            for path in paths:
+                with open(path, "rb") as file:
+                    sounds.append(file.read())
+    elif kind == "flite":
+        sounds = [run("flite", "-voice", name, "-t", text, "-o", "/dev/stdout") for text in texts]
     else:
-        command = ["espeak-ng", "-v", voice, "-s", str(speed), "-p", str(pitch), "--stdout", text]
-    rate, x = _pcm(subprocess.run(command, input=text.encode(), check=True, capture_output=True).stdout)
+        sounds = [run("espeak-ng", "-v", voice, "-s", str(speed), "-p", str(pitch), "--stdout", text) for text in texts]
+    return [_at_our_rate(*_pcm(sound)) for sound in sounds]
+
+
+def _at_our_rate(rate, x):
     divisor = np.gcd(rate, FS)
     return resample_poly(x, FS // divisor, rate // divisor).astype(np.float32)
 
@@ -83,12 +96,11 @@ def training_speaker(rng, utterances):
     wavering, dynamics_db = rng.uniform(0, 0.02), rng.uniform(0, 4)
     treble_db = -rng.uniform(0, 15, 2) if rng.random() < 0.6 else None
     breath_db = -rng.uniform(12, 30) if rng.random() < 0.4 else None
+    texts = [sentence(rng) for _ in range(utterances)]
+    if terse:
+        texts = [" ".join(text.split()[-rng.integers(1, 4):]) for text in texts]
     speaker = []
-    for _ in range(utterances):
-        text = sentence(rng)
-        if terse:
-            text = " ".join(text.split()[-rng.integers(1, 4):])
-        x = spoken(voice, text, speed, pitch)
+    for x in spoken(voice, texts, speed, pitch):
         if plain:
             speaker.append(_unit(x))
             continue
