@@ -9,6 +9,7 @@
 #include "band_layout.h"
 #include "noise_features.h"
 #include "noise_network_weights.h"
+#include "noise_reduction.h"
 #include "transform.h"
 
 namespace {
@@ -59,6 +60,14 @@ void capture_network_layout(int* layout) {
     *layout++ = static_cast<int>(steps);
   }
   *layout = kWeightOffset;
+}
+
+// What the fall of gains without a voice goes by; see noise_reduction.h.
+void capture_voice_presence(float* numbers) {
+  for (const float number : {static_cast<float>(kVoiceFrom), static_cast<float>(kVoiceTo),
+                             kVoicePresent, kVoiceRise, kVoiceFall, kNoVoiceGain}) {
+    *numbers++ = number;
+  }
 }
 
 // Of bands at 48 kHz, kNetworkBands + 1 of them.

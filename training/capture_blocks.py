@@ -30,6 +30,11 @@ OWN, SCENE, *PER_PAIR, AGAINST_PEAK, FIRST_GROUPED, PER_GROUP = _numbers(_lib.ca
 # how many numbers it sees in all. Then the scales of 16-bit inputs, and what is added to the weights.
 (DENSE, HIDDEN, CONTEXT, SHARED, SHARED_BANDS, NEAR, LOCAL,
  FEATURE_STEPS, ACTIVATION_STEPS, SHARED_STEPS, WEIGHT_OFFSET) = _numbers(_lib.capture_network_layout, 11)
+# The voice's presence: from mean gains in bands VOICE_FROM to VOICE_TO, as shares of PRESENT, to a gain of at least NO_VOICE.
+_presence = (ctypes.c_float * 6)()
+_lib.capture_voice_presence(_presence)
+VOICE_FROM, VOICE_TO = map(int, _presence[:2])
+PRESENT, RISE, FALL, NO_VOICE = _presence[2:]
 
 
 def band_edges_hz():

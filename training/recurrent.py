@@ -6,11 +6,12 @@ gradients.
 import ctypes
 import os
 
+import numpy as np
 import torch
 from torch.autograd.function import once_differentiable
 
 import native
-from capture_blocks import HIDDEN, LOCAL, SHARED, SHARED_BANDS
+from capture_blocks import FALL, HIDDEN, LOCAL, RISE, SHARED, SHARED_BANDS
 
 _lib = native.library("recurrent", [os.path.join(native.HERE, "recurrent.cpp")], ["-ffast-math"])
 
@@ -86,6 +87,29 @@ class Shared(torch.autograd.Function):
         return of_local, of_context, of_place, of_local_weight.t(), of_weight.t(), None
 
 
+class Followed(torch.autograd.Function):
+    """apply(heard (blocks, rows), first (rows)) -> what follows it from first on, by the share RISE of the way up and FALL of
+    the way down in each block: the voice's presence in the noise reduction. No gradient of first."""
+
+    @staticmethod
+    def forward(ctx, heard, first):
+        now, follows, shares = first.numpy(), np.empty(heard.shape, np.float32), np.empty(heard.shape, np.float32)
+        for k, goal in enumerate(heard.numpy()):
+            shares[k] = np.where(goal > now, RISE, FALL)
+            follows[k] = now = now + shares[k] * (goal - now)
+        ctx.shares = shares
+        return torch.from_numpy(follows)
+
+    @staticmethod
+    @once_differentiable
+    def backward(ctx, given):
+        of_heard, later = np.empty(given.shape, np.float32), 0
+        for k, now in reversed(list(enumerate(given.numpy()))):
+            of_heard[k] = ctx.shares[k] * (now + later)
+            later = now + later - of_heard[k]
+        return torch.from_numpy(of_heard), None
+
+
 def check():
     """Raises AssertionError where results or gradients differ from torch's."""
     torch.manual_seed(1)
@@ -116,6 +140,13 @@ def check():
             units.append(torch.lerp(torch.tanh(candidate), units[-1], torch.sigmoid(gate)))
         return torch.stack(units[1:])
 
+    def followed(heard, first):
+        follows = [first]
+        for goal in heard:
+            follows.append(torch.lerp(follows[-1], goal, torch.where(goal > follows[-1], RISE, FALL)))
+        return torch.stack(follows[1:])
+
+    compared(Followed.apply, followed, (torch.rand(blocks, rows, requires_grad=True),), torch.rand(rows))
     compared(Gated.apply, gated, (some(blocks, rows, 3 * HIDDEN), some(3 * HIDDEN, HIDDEN), some(3 * HIDDEN)),
              torch.randn(rows, HIDDEN))
     compared(Shared.apply, shared, (some(blocks, rows, SHARED_BANDS, LOCAL), some(blocks, rows, 2 * SHARED),

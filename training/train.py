@@ -19,8 +19,8 @@ from torch import nn
 
 import capture_blocks
 import recurrent
-from capture_blocks import (AGAINST_PEAK, BANDS, CONTEXT, DENSE, FEATURES, FIRST_GROUPED, HIDDEN, LOCAL, NEAR, OWN, PER_GROUP,
-                            PER_PAIR, SCENE, SHARED, SHARED_BANDS)
+from capture_blocks import (AGAINST_PEAK, BANDS, CONTEXT, DENSE, FEATURES, FIRST_GROUPED, HIDDEN, LOCAL, NEAR, NO_VOICE, OWN,
+                            PER_GROUP, PER_PAIR, PRESENT, SCENE, SHARED, SHARED_BANDS, VOICE_FROM, VOICE_TO)
 from make_data import DELAY_BANDS, DELAY_RADIANS, HELD_BACK
 from native import WORK
 
@@ -103,6 +103,14 @@ class Network(nn.Module):
         more = nn.functional.pad(below[:, :, :-1], (1, 0)) + own + nn.functional.pad(above[:, :, 1:], (0, 1))
         gains = torch.sigmoid(opinion + nn.functional.pad(more + self.correction.bias, (0, BANDS - SHARED_BANDS)))
         return gains.transpose(0, 1), (*state_of_whole, last)
+
+
+def fallen(gains, voice=None):
+    """gains (batch, blocks, BANDS) of the network -> as they are once those without a voice have fallen, and the voice's
+    presence after the last block; what NoiseReduction::Shape() does, less what it does to all gains alike."""
+    heard = (gains[:, :, VOICE_FROM:VOICE_TO].mean(2) / PRESENT).clamp_max(1) ** 2
+    voice = recurrent.Followed.apply(heard.t(), heard.new_ones(len(gains)) if voice is None else voice)
+    return gains * (NO_VOICE + (1 - NO_VOICE) * voice.t()[:, :, None]), voice[-1].detach()
 
 
 def trained(path):
@@ -213,7 +221,7 @@ def losses(gain, target, scene):
 
 
 LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses", "delay")
-WEIGHTS = (0.5, 1.5, 0.7, 0.2, 9.0, 36.0, 1.2, 5.0)
+WEIGHTS = (0.5, 1.5, 0.7, 0.2, 9.0, 36.0, 4.0, 5.0)
 
 
 def main():
@@ -250,7 +258,7 @@ def main():
         order, total = rng.permutation(count), []
         for at in range(0, count - options.batch + 1, options.batch):
             x, y = batch_of(np.sort(order[at:at + options.batch]))
-            scene, state = normals(y), (None, None, None)
+            scene, state, voice = normals(y), (None, None, None), None
             for chunk in range(0, x.shape[1] - CHUNK + 1, CHUNK):
                 # Rises over the first twentieth of the time, then falls along a cosine.
                 rate = min(spent() / 0.05, 0.5 + 0.5 * np.cos(np.pi * min(spent(), 1)))
@@ -258,6 +266,7 @@ def main():
                     group["lr"] = options.rate * max(rate, 1e-3)
                 optimizer.zero_grad()
                 gain, state = network(x[:, chunk:chunk + CHUNK], state, options.shared_only)
+                gain, voice = fallen(gain, voice)
                 loss = sum(w * part for w, part in zip(WEIGHTS, losses(gain, y[:, chunk:chunk + CHUNK], scene)))
                 loss.backward()
                 nn.utils.clip_grad_norm_(network.parameters(), 1.0)
@@ -268,7 +277,7 @@ def main():
             parts = []
             for at in range(count, count + HELD_BACK, 32):
                 x, y = batch_of(np.arange(at, at + 32))
-                parts.append([p.item() for p in losses(network(x)[0], y, normals(y))])
+                parts.append([p.item() for p in losses(fallen(network(x)[0])[0], y, normals(y))])
         curve.append([round(float(v), 4) for v in (np.mean(total), *np.mean(parts, 0))])
         print(f"epoch {len(curve)}: {time.time() - started:.0f} s, training {curve[-1][0]}, held back {curve[-1][1:]}", flush=True)
         torch.save(network.state_dict(), os.path.join(WORK, options.name + ".pt"))

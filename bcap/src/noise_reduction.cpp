@@ -12,16 +12,6 @@ namespace {
 // -28 dB: lower makes pauses dead and lets the remaining noise warble, higher leaves more of it.
 constexpr float kGainFloor = 0.04f;
 
-// A voice is somewhere in these bands, about 190 Hz to 4.5 kHz; while their mean gain stays below
-// kVoicePresent, all gains sink further, so that the rest of the noise lies still instead of warbling. It
-// comes back within two blocks, for beginnings of words, and goes within a quarter of a second.
-constexpr size_t kVoiceFrom = 4;
-constexpr size_t kVoiceTo = 52;
-constexpr float kVoicePresent = 0.24f;
-constexpr float kVoiceRise = 0.5f;
-constexpr float kVoiceFall = 0.08f;
-constexpr float kNoVoiceGain = 0.03f;
-
 // The gain with the best ratio of voice to distortion is a little too low for the voice's level; this gives
 // a third of it back, for 0.2 dB of that ratio.
 constexpr float kLift = 1.12f;
