@@ -108,7 +108,7 @@ class Network(nn.Module):
 def fallen(gains, voice=None):
     """gains (batch, blocks, BANDS) of the network -> as they are once those without a voice have fallen, and the voice's
     presence after the last block; what NoiseReduction::Shape() does, less what it does to all gains alike."""
-    heard = (gains[:, :, VOICE_FROM:VOICE_TO].mean(2) / PRESENT).clamp_max(1) ** 2
+    heard = (gains[:, :, VOICE_FROM:VOICE_TO].mean(2) / PRESENT).clamp_max(1) ** 3
     voice = recurrent.Followed.apply(heard.t(), heard.new_ones(len(gains)) if voice is None else voice)
     return gains * (NO_VOICE + (1 - NO_VOICE) * voice.t()[:, :, None]), voice[-1].detach()
 
@@ -221,7 +221,7 @@ def losses(gain, target, scene):
 
 
 LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses", "delay")
-WEIGHTS = (0.5, 1.5, 0.7, 0.2, 9.0, 36.0, 4.0, 5.0)
+WEIGHTS = (0.5, 1.5, 0.7, 0.2, 9.0, 36.0, 1.2, 5.0)
 
 
 def main():

@@ -77,7 +77,7 @@ void NoiseReduction::Shape() {
     mean += network_gains_[band] / static_cast<float>(kVoiceTo - kVoiceFrom);
   }
   const float presence = std::min(mean / kVoicePresent, 1.0f);
-  const float rise = presence * presence - voice_;
+  const float rise = presence * presence * presence - voice_;
   voice_ += (rise > 0.0f ? kVoiceRise : kVoiceFall) * rise;
   const float common = kLift * (kNoVoiceGain + (1.0f - kNoVoiceGain) * voice_);
   for (float& gain : network_gains_) {
