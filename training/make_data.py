@@ -144,7 +144,7 @@ def main():
     options = parser.parse_args()
     if options.scenes <= HELD_BACK:
         parser.error(f"--scenes {options.scenes}: needs more than the {HELD_BACK} that are held back")
-    if options.renew and not os.path.exists(os.path.join(WORK, "targets.npy")):
+    if options.renew and not all(map(os.path.exists, (os.path.join(WORK, "targets.npy"), BANK))):
         parser.error(f"--renew: no data in {WORK} yet; run without it first")
     blocks = SECONDS * scenes.FS // BLOCK
     shapes = {"voices.npy": (PARTS, 2, SECONDS * scenes.FS), "noises.npy": (PARTS, 2, NOISE_SECONDS * scenes.FS),
