@@ -1,7 +1,7 @@
 """The 32-bit ARM module records what the x86-64 module records, within one step of 16-bit PCM. Behind the noise
-reduction what they differ by lies 50 dB under the recording at any time: its network rounds its inputs to 16 bits, a
-number on the edge falls to either side, and the recurrent layers carry that on for as long as a sound is held
-(measured: 64 dB in the worst tenth of a second, one step nearly always).
+reduction what they differ by lies 60 dB under the recording in half of all tenths of a second and 40 dB in each: its
+network rounds its inputs to 16 bits, a number on the edge falls to either side, and the recurrent layers carry that on
+for as long as a sound is held (measured: over 90 dB in half of them; 45 dB in one, where a held sound is let through).
 
 Brings the native recorder up to date, gives both recorders the same made-up WAV file and compares.
 
@@ -73,9 +73,12 @@ class Recordings(unittest.TestCase):
                 if not with_network:
                     self.assertLessEqual(max(map(abs, apart)), 1)
                 tenth = rate // 5  # of a second, both ears
+                shares = []
                 for at in range(0, len(apart), tenth):
                     difference, recording = (sum(x * x for x in of[at:at + tenth]) for of in (apart, native))
-                    self.assertLessEqual(difference, tenth + 1e-5 * recording, f"from {at / 2 / rate} s")
+                    shares.append(difference / (recording + 1e4 * tenth))  # a step each, in what is all but silent
+                    self.assertLessEqual(shares[-1], 1e-4, f"from {at / 2 / rate} s")
+                self.assertLessEqual(sorted(shares)[len(shares) // 2], 1e-6)
 
 
 if __name__ == "__main__":
