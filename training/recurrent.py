@@ -122,6 +122,7 @@ def check():
             given = torch.linspace(-1, 2, units.numel()).view(units.shape)
             gradients.append((units.detach(), *torch.autograd.grad(units, arguments, given)))
         for a, b in zip(*gradients):
+            assert a.shape == b.shape, f"{theirs.__name__}: {a.shape} beside torch's {b.shape}"
             assert (a - b).norm() < 1e-4 * b.norm(), f"{theirs.__name__}: off by a share of {(a - b).norm() / b.norm():.1e} beside torch's"
 
     def gated(inputs, weight, bias, first):

@@ -13,7 +13,7 @@ namespace {
 constexpr float kGainFloor = 0.04f;
 
 // The gain with the best ratio of voice to distortion is a little too low for the voice's level; this gives
-// a third of it back, for 0.2 dB of that ratio.
+// a third of it back, for 0.3 dB of that ratio.
 constexpr float kLift = 1.12f;
 
 const BandLayout& network_layout() {

@@ -1,7 +1,7 @@
 """The 32-bit ARM module records what the x86-64 module records, within one step of 16-bit PCM. Behind the noise
 reduction what they differ by lies 60 dB under the recording in half of all tenths of a second and 40 dB in each: its
 network rounds its inputs to 16 bits, a number on the edge falls to either side, and the recurrent layers carry that on
-for as long as a sound is held (measured: over 90 dB in half of them; 45 dB in one, where a held sound is let through).
+for as long as a sound is held (measured: over 90 dB in half of them; 45 dB in one, where a held sound becomes louder).
 
 Brings the native recorder up to date, gives both recorders the same made-up WAV file and compares.
 
