@@ -1,6 +1,6 @@
 #!/bin/sh
 # Makes the network of the noise reduction from nothing: voices, noises and mixtures, which new ones replace while it
-# trains; then writes it into the capture library. Two cores take two hours; training/work grows to 11 GB.
+# trains; then writes it into the capture library. Two cores take two hours; training/work grows to 13 GB.
 #
 # usage: scripts/train.sh [--minutes N] [--seed N]
 #   --minutes N  of training, by the clock (default 90)
@@ -24,6 +24,7 @@ root=$(dirname "$0")/..
 cd "$root/training"
 export OMP_NUM_THREADS=1 OPENBLAS_NUM_THREADS=1
 /usr/bin/python3 recurrent.py
+/usr/bin/python3 intelligibility.py
 /usr/bin/python3 make_data.py --seed "$seed"
 training=
 setsid /usr/bin/python3 make_data.py --renew --seed $((seed + 1)) &

@@ -18,6 +18,8 @@ using namespace bcap;
 
 constexpr uint32_t kSampleRateHz = 48000;
 constexpr size_t kTargets = 7;  // of a mixture
+// Up to 4.5 kHz: the bins that STOI hears, and three more.
+constexpr size_t kHeardBins = 96;
 
 struct Analysis {
   StereoStft stft;
@@ -36,6 +38,9 @@ int capture_feature_count() {
 }
 int capture_target_count() {
   return static_cast<int>(kTargets);
+}
+int capture_heard_bin_count() {
+  return static_cast<int>(kHeardBins);
 }
 int capture_band_count() {
   return static_cast<int>(kNetworkBands);
@@ -77,15 +82,22 @@ void capture_band_edges_hz(float* hz) {
   }
 }
 
+// bin_gains[kBins] at 48 kHz of gains[kNetworkBands].
+void capture_spread_gains(const float* gains, float* bin_gains) {
+  spread_band_gains(band_layout(kSampleRateHz), gains, bin_gains);
+}
+
 // A mixture at 48 kHz as the network hears it, features[blocks][kNetworkFeatures], and what there is to know about it,
 // targets[blocks][kTargets][kNetworkBands]: energy of the clean voice, energy of the mixture, and their common part (what of
 // the clean voice is in phase with the mixture), over both ears; left times the conjugate of right, real and imaginary, of
-// the clean voice and of the mixture. voice, noise, own: left then right, `stride` samples apart;
+// the clean voice and of the mixture. spectra[blocks][2][kEars][2][kHeardBins]: of the clean voice and of the mixture, real
+// and imaginary. voice, noise, own: left then right, `stride` samples apart;
 // each is multiplied by its response[kEars][kBins], and the sum of the three is the mixture. `own` is what the microphones
 // add themselves.
 void capture_mixture(const float* voice, const float* voice_response, const float* noise,
                      const float* noise_response, const float* own, const float* own_response,
-                     size_t stride, size_t blocks, float* features, float* targets) {
+                     size_t stride, size_t blocks, float* features, float* targets,
+                     float* spectra) {
   constexpr size_t kParts = 3;
   const std::array<const float*, kParts> sounds{voice, noise, own};
   const std::array<const float*, kParts> responses{voice_response, noise_response, own_response};
@@ -133,6 +145,12 @@ void capture_mixture(const float* voice, const float* voice_response, const floa
       targets[4 * kNetworkBands + band] = clean_bands.cross_im[band];
       targets[5 * kNetworkBands + band] = mix_bands.cross_re[band];
       targets[6 * kNetworkBands + band] = mix_bands.cross_im[band];
+    }
+    for (const StereoSpectrum* sound : {&clean, static_cast<const StereoSpectrum*>(mix.get())}) {
+      for (const Spectrum& ear : *sound) {
+        spectra = std::copy_n(ear.re.begin(), kHeardBins, spectra);
+        spectra = std::copy_n(ear.im.begin(), kHeardBins, spectra);
+      }
     }
   }
 }

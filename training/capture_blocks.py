@@ -16,6 +16,7 @@ _lib = native.library("capture_blocks", SOURCES, ["-fno-math-errno", "-fno-trapp
 BANDS = _lib.capture_band_count()
 FEATURES = _lib.capture_feature_count()
 TARGETS = _lib.capture_target_count()
+HEARD_BINS = _lib.capture_heard_bin_count()
 
 
 def _numbers(function, count):
@@ -48,18 +49,28 @@ def _pointer(x):
     return x.ctypes.data_as(ctypes.POINTER(ctypes.c_float))
 
 
+def spread():
+    """(BANDS, HEARD_BINS): what the gain of each band makes of the gain of each bin."""
+    bins = np.empty((BANDS, BINS), np.float32)
+    for band, gains in enumerate(np.eye(BANDS, dtype=np.float32)):
+        _lib.capture_spread_gains(_pointer(gains), _pointer(bins[band]))
+    return bins[:, :HEARD_BINS]
+
+
 def mixture(voice, noise, own, responses):
     """(2, samples) each, and their responses (3, 2, BINS) -> features (blocks, FEATURES) of the mixture and its targets
     (blocks, TARGETS, BANDS): energy of the voice, energy of the mixture, and what is common to both; what is common to
-    the ears, real and imaginary part, of the voice and of the mixture."""
+    the ears, real and imaginary part, of the voice and of the mixture. Then the spectra (blocks, 2, 2, 2, HEARD_BINS) of
+    the voice and of the mixture at each ear, real and imaginary part."""
     parts = [np.ascontiguousarray(x, np.float32) for x in (voice, noise, own)]
     responses = np.ascontiguousarray(responses, np.float32)
     samples = parts[0].shape[1]
     blocks = samples // BLOCK
-    features, targets = np.empty((blocks, FEATURES), np.float32), np.empty((blocks, TARGETS, BANDS), np.float32)
+    features, targets, spectra = (np.empty((blocks, *shape), np.float32)
+                                  for shape in ((FEATURES,), (TARGETS, BANDS), (2, 2, 2, HEARD_BINS)))
     _lib.capture_mixture(*(_pointer(x) for pair in zip(parts, responses) for x in pair), ctypes.c_size_t(samples),
-                         ctypes.c_size_t(blocks), _pointer(features), _pointer(targets))
-    return features, targets
+                         ctypes.c_size_t(blocks), _pointer(features), _pointer(targets), _pointer(spectra))
+    return features, targets, spectra
 
 
 def band_energies(x):

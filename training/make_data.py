@@ -1,11 +1,13 @@
 """Makes the training data in training/work: a bank of voices, then voices and noises at the ears, then mixtures of
 them as the network hears them.
 
-features.npy (scenes, blocks, features) and targets.npy (scenes, blocks, 4, bands), both float16. Targets:
+features.npy (scenes, blocks, features), targets.npy (scenes, blocks, 4, bands) and heard.npy (scenes, blocks, ears,
+HEARD), all float16. Targets:
 log2 of the mixture's energy, the amplitude of the clean voice against the mixture, the part of the mixture
 that is common with the clean voice (the best gain in the sense of least squares), and a row for the delay
 between the ears: what they have in common in DELAY_BANDS, as a share of the mixture's energy, real then
-imaginary parts; the clean voice's delay in samples, 0.25 to a step; 1 where there is one, else 0.
+imaginary parts; the clean voice's delay in samples, 0.25 to a step; 1 where there is one, else 0. Heard: the
+mixture's spectrum in the lowest bins, real then imaginary parts, then the clean voice's amplitudes in THIRD_OCTAVES.
 
 With --renew, new mixtures replace those that are there, again and again until it is stopped, and now and then a noise
 or a speaker whom nobody has heard yet; a training that runs meanwhile sees them as they come. Without it the network
@@ -23,7 +25,7 @@ import numpy as np
 
 import capture_blocks
 import scenes
-from capture_blocks import BANDS, BINS, BLOCK, FEATURES
+from capture_blocks import BANDS, BINS, BLOCK, FEATURES, HEARD_BINS
 from native import WORK
 
 PARTS = 1600  # voices, each of another speaker, and as many noises
@@ -41,6 +43,18 @@ DELAY_BANDS = slice(3, 38)  # about 150 to 2000 Hz, where the ears' delay is hea
 LONGEST_DELAY = 44  # samples, as in metrics.py
 _EDGES_HZ = np.array(capture_blocks.band_edges_hz())
 DELAY_RADIANS = np.pi * (_EDGES_HZ[:-1] + _EDGES_HZ[1:])[DELAY_BANDS] / scenes.FS  # per sample of delay, at each centre
+
+
+def third_octaves():
+    """(HEARD_BINS, 15) share of each bin in the third octaves from 150 Hz that STOI hears in."""
+    lows = 150 * 2 ** ((np.arange(15) - 0.5) / 3)
+    below, above = ((np.arange(HEARD_BINS)[:, None] + side) * scenes.FS / (2 * BLOCK) for side in (-0.5, 0.5))
+    shared = np.minimum(above, lows * 2 ** (1 / 3)) - np.maximum(below, lows)
+    return (shared.clip(0) / (above - below)).astype(np.float32)
+
+
+THIRD_OCTAVES = third_octaves()
+HEARD = 2 * HEARD_BINS + THIRD_OCTAVES.shape[1]
 
 
 def speaker(seed, k):
@@ -80,6 +94,13 @@ def compact_targets(targets):
                      np.pad(between_ears, ((0, 0), (0, BANDS - between_ears.shape[1])))], 1)
 
 
+def compact_heard(spectra):
+    """As capture_blocks.mixture() gives them -> (blocks, 2, HEARD), the mixture's mean energy 1."""
+    spectra = spectra / np.sqrt(np.mean(spectra[:, 1] ** 2) + 1e-12)
+    amplitudes = np.sqrt((spectra[:, 0] ** 2).sum(2) @ THIRD_OCTAVES)
+    return np.concatenate([spectra[:, 1].reshape(*amplitudes.shape[:2], -1), amplitudes], 2)
+
+
 def store(name, *shape):
     """An array in a file; without a shape the one that is there."""
     return np.lib.format.open_memmap(os.path.join(WORK, name), *(["w+", np.float16, shape] if shape else ["r+"]))
@@ -116,8 +137,9 @@ def make_mixture(seed, k, at):
     responses = np.stack([factors * colour * own_colour(),
                           factors * colour * own_colour() * 10 ** (-scenes.any_snr_db(rng) / 20),
                           np.tile(scenes.response(frequency, rng, 1.0) * scenes.own_noise(rng), (2, 1))])
-    features, targets = capture_blocks.mixture(voice, noise, own, responses)
+    features, targets, spectra = capture_blocks.mixture(voice, noise, own, responses)
     store("features.npy")[at], store("targets.npy")[at] = features, compact_targets(targets)
+    store("heard.npy")[at] = compact_heard(spectra)
 
 
 def in_parallel(jobs, function, count):
@@ -144,11 +166,12 @@ def main():
     options = parser.parse_args()
     if options.scenes <= HELD_BACK:
         parser.error(f"--scenes {options.scenes}: needs more than the {HELD_BACK} that are held back")
-    if options.renew and not all(map(os.path.exists, (os.path.join(WORK, "targets.npy"), BANK))):
+    if options.renew and not all(map(os.path.exists, (os.path.join(WORK, "heard.npy"), BANK))):
         parser.error(f"--renew: no data in {WORK} yet; run without it first")
     blocks = SECONDS * scenes.FS // BLOCK
     shapes = {"voices.npy": (PARTS, 2, SECONDS * scenes.FS), "noises.npy": (PARTS, 2, NOISE_SECONDS * scenes.FS),
-              "features.npy": (options.scenes, blocks, FEATURES), "targets.npy": (options.scenes, blocks, 4, BANDS)}
+              "features.npy": (options.scenes, blocks, FEATURES), "targets.npy": (options.scenes, blocks, 4, BANDS),
+              "heard.npy": (options.scenes, blocks, 2, HEARD)}
     if not options.renew:
         there = filter(os.path.exists, (os.path.join(WORK, name) for name in shapes))
         room = shutil.disk_usage(WORK).free + sum(map(os.path.getsize, there))

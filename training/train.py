@@ -2,7 +2,8 @@
 
 Loss, per scene: how far the gains are from the best signal-to-distortion ratio (log of the remaining error
 energy), compressed magnitudes that weigh lost voice more than left noise, the gain itself, the level of the voice,
-how intelligible it is, how much noise is left in its pauses, and what is left of the error of the ears' delay.
+how intelligible it is, how much noise is left in its pauses and how much it comes in bursts there, and what is left of
+the error of the ears' delay.
 
 Training on the intelligibility that is measured: M. Kolbaek, Z.-H. Tan and J. Jensen, "Monaural speech enhancement
 using deep neural networks by maximizing a short-time objective intelligibility measure", ICASSP 2018.
@@ -17,14 +18,15 @@ import numpy as np
 import torch
 from torch import nn
 
-import capture_blocks
 import recurrent
 from capture_blocks import (AGAINST_PEAK, BANDS, CONTEXT, DENSE, FEATURES, FIRST_GROUPED, HIDDEN, LOCAL, NEAR, NO_VOICE, OWN,
                             PER_GROUP, PER_PAIR, PRESENT, SCENE, SHARED, SHARED_BANDS, VOICE_FROM, VOICE_TO)
+from intelligibility import unintelligibility
 from make_data import DELAY_BANDS, DELAY_RADIANS, HELD_BACK
 from native import WORK
 
 PLACE = 4  # numbers that tell the bands of the shared layer apart
+BURSTS_AFTER, BURSTS_FROM = 94, 8  # blocks of a stretch; band, from 375 Hz
 CHUNK = 312  # blocks, 3.3 s: how far back the gradient reaches; the state goes on
 
 
@@ -126,38 +128,6 @@ def trained(path):
     return network
 
 
-def third_octaves():
-    """(BANDS, 15) share of each band in the third octaves from 150 Hz that STOI hears in."""
-    edges = capture_blocks.band_edges_hz()
-    lows = 150 * 2 ** ((torch.arange(15) - 0.5) / 3)
-    highs = lows * 2 ** (1 / 3)
-    below, above = torch.tensor(edges[:-1])[:, None], torch.tensor(edges[1:])[:, None]
-    return ((torch.minimum(above, highs) - torch.maximum(below, lows)).clamp_min(0) / (above - below)).float()
-
-
-THIRD_OCTAVES = third_octaves()
-SEGMENT, SEGMENT_HOP = 36, 9  # blocks; 0.38 s, as STOI has it
-
-
-def unintelligibility(clean, enhanced):
-    """1 - STOI and 1 - ESTOI of energies (batch, blocks, BANDS), the blocks with a voice put together as there."""
-    clean, enhanced = ((e @ THIRD_OCTAVES).clamp_min(1e-12).sqrt() for e in (clean, enhanced))
-    level = clean.pow(2).sum(2)
-    silent = (level < 1e-4 * level.amax(1, keepdim=True)).int()
-    order = torch.argsort(silent, dim=1, stable=True)[:, :, None].expand(-1, -1, clean.shape[2])
-    a, b = (torch.gather(e, 1, order).unfold(1, SEGMENT, SEGMENT_HOP) for e in (clean, enhanced))  # (.., segments, 15, SEGMENT)
-    last = torch.arange(a.shape[1]) * SEGMENT_HOP + SEGMENT
-    counts = (last[None] <= (1 - silent).sum(1, keepdim=True)).float()
-    norm = lambda v, axis: (v.pow(2).sum(axis, keepdim=True) + 1e-9 * a.pow(2).mean() + 1e-20).sqrt()
-    unit = lambda v, axis: (v - v.mean(axis, keepdim=True)) / norm(v - v.mean(axis, keepdim=True), axis)
-    clipped = torch.minimum(b * norm(a, 3) / norm(b, 3), a * (1 + 10 ** 0.75))
-    stoi = (unit(a, 3) * unit(clipped, 3)).sum(3).mean(2)
-    columns = lambda v: (v - v.mean(2, keepdim=True)) / (v - v.mean(2, keepdim=True)).pow(2).sum(2, keepdim=True).add(1e-6).sqrt()
-    estoi = (columns(unit(a, 3)) * columns(unit(b, 3))).sum((2, 3)) / SEGMENT
-    mean = lambda v: ((1 - v) * counts).sum() / counts.sum().clamp_min(1)
-    return mean(stoi), mean(estoi)
-
-
 def delay_error(target, gain):
     """How far the delay between the ears moves from the clean voice's, in samples: one step of Newton's method from there
     to the peak of what gain (batch, blocks, BANDS) leaves of the ears' correlation. Over stretches of three blocks where
@@ -192,9 +162,21 @@ def normals(target):
     return (root * target[:, :, 1]).pow(2).sum(2).mean(1) + 1e-9, bands
 
 
-def losses(gain, target, scene):
-    """-> LOSSES of a chunk of a batch; target as make_data.py writes it, scene:
-    normals() of the whole scenes."""
+def bursts(energy, gain, pause):
+    """(batch,) logarithm of how much larger the kurtosis of what is left in the pauses (batch, blocks) is than that of the
+    noise, as metrics.py has it of their powers; but for the first second, in which the network may still settle."""
+    energy, gain, pause = (part[:, BURSTS_AFTER:] for part in (energy, gain, pause))
+
+    def kurtosis(powers):
+        powers = (powers * pause[:, :, None])[:, :, BURSTS_FROM:]
+        powers = powers / (powers.sum(1, keepdim=True) / pause.sum(1)[:, None, None].clamp_min(1) + 1e-12)
+        return (powers ** 4).sum((1, 2)) * pause.sum(1) / ((powers ** 2).sum((1, 2)) ** 2 + 1e-12) + 1e-12
+
+    return (kurtosis(gain ** 2 * energy) / kurtosis(energy)).log().clamp_min(-0.3)
+
+
+def losses(gain, target, heard, scene):
+    """-> LOSSES of a chunk of a batch; target and heard as make_data.py writes them, scene: normals() of the whole scenes."""
     scene_clean, bands = scene[0] * gain.shape[1], scene[1]
     x = torch.exp2(target[:, :, 0])  # energy of the mixture
     amplitude, common = target[:, :, 1], target[:, :, 2]
@@ -215,13 +197,14 @@ def losses(gain, target, scene):
     pause = 1 - nn.functional.max_pool1d(nn.functional.pad(busy, (19, 5)), 25, 1)[:, 0]
     before, after = ((e.sum(2) * pause).sum(1) for e in (x, gain ** 2 * x))
     left = torch.log10(after / (before + 1e-12) + 3e-3)[pause.sum(1) > 10]
+    burst = bursts(x, gain, pause)[pause[:, BURSTS_AFTER:].sum(1) > 30]
     return (distortion.mean(), magnitude.mean(), (gain_root - ideal).pow(2).mean(), (level.clamp_max(0) ** 2).mean(),
-            *unintelligibility(clean, gain ** 2 * x), left.mean() if len(left) else gain.sum() * 0,
+            *unintelligibility(heard, gain), *(part.mean() if len(part) else gain.sum() * 0 for part in (left, burst)),
             delay_error(target, gain))
 
 
-LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses", "delay")
-WEIGHTS = (0.5, 1.5, 0.7, 0.2, 9.0, 36.0, 1.2, 5.0)
+LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses", "bursts", "delay")
+WEIGHTS = (0.2, 0.6, 0.3, 0.2, 9.0, 36.0, 1.2, 0.1, 4.0)
 
 
 def main():
@@ -236,7 +219,7 @@ def main():
     options = parser.parse_args()
     if options.shared_only and not options.start:
         parser.error("--shared-only: needs --start, with layers that are worth holding")
-    if not os.path.exists(os.path.join(WORK, "targets.npy")):
+    if not os.path.exists(os.path.join(WORK, "heard.npy")):
         parser.error(f"nothing to train on in {WORK}: run make_data.py first")
     torch.manual_seed(options.seed)
     torch.set_num_threads(1)
@@ -247,8 +230,9 @@ def main():
     rng = np.random.default_rng(options.seed)
     features = np.load(os.path.join(WORK, "features.npy"), mmap_mode="r")
     targets = np.load(os.path.join(WORK, "targets.npy"), mmap_mode="r")
+    heard = np.load(os.path.join(WORK, "heard.npy"), mmap_mode="r")
     count = len(features) - HELD_BACK
-    batch_of = lambda at: [torch.from_numpy(part[at]).float() for part in (features, targets)]
+    batch_of = lambda at: [torch.from_numpy(part[at]).float() for part in (features, targets, heard)]
     network = options.start or Network()
     optimizer = torch.optim.Adam(network.parameters(), lr=options.rate)
     started, curve = time.time(), []
@@ -257,7 +241,7 @@ def main():
         network.train()
         order, total = rng.permutation(count), []
         for at in range(0, count - options.batch + 1, options.batch):
-            x, y = batch_of(np.sort(order[at:at + options.batch]))
+            x, y, z = batch_of(np.sort(order[at:at + options.batch]))
             scene, state, voice = normals(y), (None, None, None), None
             for chunk in range(0, x.shape[1] - CHUNK + 1, CHUNK):
                 # Rises over the first twentieth of the time, then falls along a cosine.
@@ -267,7 +251,7 @@ def main():
                 optimizer.zero_grad()
                 gain, state = network(x[:, chunk:chunk + CHUNK], state, options.shared_only)
                 gain, voice = fallen(gain, voice)
-                loss = sum(w * part for w, part in zip(WEIGHTS, losses(gain, y[:, chunk:chunk + CHUNK], scene)))
+                loss = sum(w * part for w, part in zip(WEIGHTS, losses(gain, *(part[:, chunk:chunk + CHUNK] for part in (y, z)), scene)))
                 loss.backward()
                 nn.utils.clip_grad_norm_(network.parameters(), 1.0)
                 optimizer.step()
@@ -276,8 +260,8 @@ def main():
         with torch.no_grad():
             parts = []
             for at in range(count, count + HELD_BACK, 32):
-                x, y = batch_of(np.arange(at, at + 32))
-                parts.append([p.item() for p in losses(fallen(network(x)[0])[0], y, normals(y))])
+                x, y, z = batch_of(np.arange(at, at + 32))
+                parts.append([p.item() for p in losses(fallen(network(x)[0])[0], y, z, normals(y))])
         curve.append([round(float(v), 4) for v in (np.mean(total), *np.mean(parts, 0))])
         print(f"epoch {len(curve)}: {time.time() - started:.0f} s, training {curve[-1][0]}, held back {curve[-1][1:]}", flush=True)
         torch.save(network.state_dict(), os.path.join(WORK, options.name + ".pt"))
