@@ -2,9 +2,8 @@
 spectra of the sound that comes out. metrics.py names their sources.
 
 Gains times spectra are not yet the spectra of that sound: neighbouring blocks overlap in it, and the window spreads each
-bin over those around it. A network that is trained on their plain product learns to change its gains from block to block
-and from bin to bin faster than anybody hears. Run by itself this module compares its spectra with those of the library's
-own transform.
+bin over those around it. Part of what a network gains on their plain product is lost there; docs/noise-network.md has the
+figures. Run by itself this module compares its spectra with those of the library's own transform.
 """
 import numpy as np
 import torch
