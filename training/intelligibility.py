@@ -16,7 +16,7 @@ SEGMENT, SEGMENT_HOP = 36, 9  # blocks; 0.38 s, as STOI has it
 
 
 def _resynthesis():
-    """(3, 2 HEARD_BINS, 2 HEARD_BINS): what the spectra of the block before, of the block and of the block after, real then
+    """(2 HEARD_BINS, 3 * 2 HEARD_BINS): what the spectra of the block before, of the block and of the block after, real then
     imaginary parts, add to the block's spectrum once they have been put together to sound."""
     n, bins = np.arange(2 * BLOCK), np.arange(HEARD_BINS)
     window = lambda at: np.where((at >= 0) & (at < len(n)), np.sin(np.pi * (at + 0.5) / len(n)), 0)
@@ -25,10 +25,10 @@ def _resynthesis():
     for start in (-BLOCK, 0, BLOCK):
         to = (waves(n - start) * window(n - start) * window(n) @ waves(-n).T / len(n)).astype(np.complex64)
         matrices.append(torch.from_numpy(np.block([[to.real, to.imag], [-to.imag, to.real]])))
-    return torch.stack(matrices)
+    return torch.cat(matrices, 1)
 
 
-_RESYNTHESIS = torch.cat(list(_resynthesis()), 1)
+_RESYNTHESIS = _resynthesis()
 _SPREAD = torch.from_numpy(capture_blocks.spread())
 _OF_BOTH_PARTS = torch.from_numpy(np.tile(THIRD_OCTAVES, (2, 1)))
 

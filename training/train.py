@@ -164,7 +164,8 @@ def normals(target):
 
 def bursts(energy, gain, pause):
     """(batch,) logarithm of how much larger the kurtosis of what is left in the pauses (batch, blocks) is than that of the
-    noise, as metrics.py has it of their powers; but for the first second, in which the network may still settle."""
+    noise, as metrics.py has it of their powers; of each stretch less its first second, for the network still settles in the
+    first second of a scene."""
     energy, gain, pause = (part[:, BURSTS_AFTER:] for part in (energy, gain, pause))
 
     def kurtosis(powers):
@@ -228,11 +229,9 @@ def main():
     libc.mallopt(-3, 1 << 30)  # M_MMAP_THRESHOLD
     libc.mallopt(-1, 2**31 - 1)  # M_TRIM_THRESHOLD
     rng = np.random.default_rng(options.seed)
-    features = np.load(os.path.join(WORK, "features.npy"), mmap_mode="r")
-    targets = np.load(os.path.join(WORK, "targets.npy"), mmap_mode="r")
-    heard = np.load(os.path.join(WORK, "heard.npy"), mmap_mode="r")
-    count = len(features) - HELD_BACK
-    batch_of = lambda at: [torch.from_numpy(part[at]).float() for part in (features, targets, heard)]
+    data = [np.load(os.path.join(WORK, name + ".npy"), mmap_mode="r") for name in ("features", "targets", "heard")]
+    count = len(data[0]) - HELD_BACK
+    batch_of = lambda at: [torch.from_numpy(part[at]).float() for part in data]
     network = options.start or Network()
     optimizer = torch.optim.Adam(network.parameters(), lr=options.rate)
     started, curve = time.time(), []
@@ -249,9 +248,10 @@ def main():
                 for group in optimizer.param_groups:
                     group["lr"] = options.rate * max(rate, 1e-3)
                 optimizer.zero_grad()
-                gain, state = network(x[:, chunk:chunk + CHUNK], state, options.shared_only)
+                now = slice(chunk, chunk + CHUNK)
+                gain, state = network(x[:, now], state, options.shared_only)
                 gain, voice = fallen(gain, voice)
-                loss = sum(w * part for w, part in zip(WEIGHTS, losses(gain, *(part[:, chunk:chunk + CHUNK] for part in (y, z)), scene)))
+                loss = sum(w * part for w, part in zip(WEIGHTS, losses(gain, y[:, now], z[:, now], scene)))
                 loss.backward()
                 nn.utils.clip_grad_norm_(network.parameters(), 1.0)
                 optimizer.step()
