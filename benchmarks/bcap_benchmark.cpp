@@ -102,7 +102,7 @@ struct Stages {
   bcap::Scratch scratch;
   bcap::Parameters parameters = bcap::default_parameters(0);
   bcap::HighPass high_pass;
-  bcap::PeakLimiter<256> limiter;
+  bcap::PeakLimiter<448> limiter;
   bcap::StereoStft stft;
   bcap::NoiseReduction noise_reduction;
   bcap::NearField near_field;
@@ -114,6 +114,7 @@ struct Stages {
   std::vector<float> band_gains = std::vector<float>(bcap::kMaxBands, 0.7f);
   std::vector<float> bin_gains = std::vector<float>(bcap::kBins);
   bcap::StereoSpectrum spectrum{};
+  std::array<float, bcap::kFrameSamples> frame;
 
   Stages() {
     std::copy_n(A_PEQ_TUNING_DATA_PRESET1_SR48K, 73, parameters.peq_band_gain.values.begin());
@@ -153,8 +154,8 @@ std::vector<Case> cases(const Signal& signal) {
                      // Any 1024 samples do; the last block has no successor.
                      const float* frame = signal.Ear(ear, n % (kSignalBlocks - 1));
                      bcap::forward_real_transform(frame, s->spectrum[ear], s->scratch.transform);
-                     bcap::inverse_real_transform(
-                         s->spectrum[ear], s->scratch.spectrum[0].re.data(), s->scratch.transform);
+                     bcap::inverse_real_transform(s->spectrum[ear], s->frame.data(),
+                                                  s->scratch.transform);
                    }
                  }});
   all.push_back(
@@ -163,12 +164,12 @@ std::vector<Case> cases(const Signal& signal) {
                  [&signal, s](size_t n) { s->limiter.Process(s->Load(signal, n), 0.02f); }});
   all.push_back({"windows and transforms", [&signal, s](size_t n) {
                    const bcap::StereoBlock block = s->Load(signal, n);
-                   s->stft.Analyse(block.left, block.right, s->spectrum, s->scratch.transform);
-                   bcap::StereoSpectrum copy = s->spectrum;
-                   s->stft.Synthesise(copy, block.left, block.right, s->scratch.transform);
+                   s->stft.Analyse(block.left, block.right, s->scratch.transform);
+                   s->stft.Synthesise(block.left, block.right, s->scratch.transform);
                  }});
-  all.push_back({"band measurement",
-                 [s, &layout](size_t) { bcap::measure_bands(layout, s->spectrum, s->bands); }});
+  all.push_back({"band measurement", [s, &layout](size_t) {
+                   bcap::measure_bands(layout, s->stft.newest(), s->bands);
+                 }});
   all.push_back(
       {"rnn", [s](size_t) { s->noise_reduction.Process(s->bands, 1.0f, s->band_gains.data()); }});
   all.push_back({"nfm", [s](size_t) {

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 #include "band_layout.h"
 #include "noise_features.h"
@@ -23,10 +24,15 @@ constexpr size_t kHeardBins = 96;
 
 struct Analysis {
   StereoStft stft;
-  StereoSpectrum spectrum;
   TransformScratch scratch;
 
-  void Next(const float* left, const float* right) { stft.Analyse(left, right, spectrum, scratch); }
+  void Next(const float* left, const float* right) { stft.Analyse(left, right, scratch); }
+};
+
+// Of one frame.
+struct Mixture {
+  StereoSpectrum clean{};
+  StereoSpectrum mix{};
 };
 
 }  // namespace
@@ -87,8 +93,8 @@ void capture_spread_gains(const float* gains, float* bin_gains) {
   spread_band_gains(band_layout(kSampleRateHz), gains, bin_gains);
 }
 
-// A mixture at 48 kHz as the network hears it, features[blocks][kNetworkFeatures], and what there is to know about it,
-// targets[blocks][kTargets][kNetworkBands]: energy of the clean voice, energy of the mixture, and their common part (what of
+// A mixture at 48 kHz as the network hears it, features[blocks][kNetworkFeatures], and what there is to know about the frame
+// that its gains are for, the one before, targets[blocks][kTargets][kNetworkBands]: energy of the clean voice, energy of the mixture, and their common part (what of
 // the clean voice is in phase with the mixture), over both ears; left times the conjugate of right, real and imaginary, of
 // the clean voice and of the mixture. spectra[blocks][2][kEars][2][kHeardBins]: of the clean voice and of the mixture, real
 // and imaginary. voice, noise, own: left then right, `stride` samples apart;
@@ -103,39 +109,47 @@ void capture_mixture(const float* voice, const float* voice_response, const floa
   const std::array<const float*, kParts> responses{voice_response, noise_response, own_response};
   const BandLayout& layout = band_layout(kSampleRateHz);
   auto parts = std::make_unique<std::array<Analysis, kParts>>();
-  auto mix = std::make_unique<StereoSpectrum>();
+  auto newest = std::make_unique<Mixture>();
+  auto leaving = std::make_unique<Mixture>();
   auto noise_features = std::make_unique<NoiseFeatures>();
   BandSpectra clean_bands;
   BandSpectra mix_bands;
   NetworkFeatures out{};
   for (size_t block = 0; block < blocks; ++block, targets += kTargets * kNetworkBands) {
-    *mix = StereoSpectrum{};
+    std::swap(newest, leaving);
+    *newest = {};
     for (size_t part = 0; part < kParts; ++part) {
       Analysis& analysis = (*parts)[part];
       const float* left = sounds[part] + block * kBlockFrames;
       analysis.Next(left, left + stride);
       for (size_t ear = 0; ear < kEars; ++ear) {
-        Spectrum& sound = analysis.spectrum[ear];
-        Spectrum& sum = (*mix)[ear];
+        const Spectrum& sound = analysis.stft.newest()[ear];
         const float* response = responses[part] + ear * kBins;
-        for (size_t bin = 0; bin < kBins; ++bin) {
-          sum.re[bin] += sound.re[bin] *= response[bin];
-          sum.im[bin] += sound.im[bin] *= response[bin];
+        const auto add = [&](Spectrum& sum) {
+          for (size_t bin = 0; bin < kBins; ++bin) {
+            sum.re[bin] += sound.re[bin] * response[bin];
+            sum.im[bin] += sound.im[bin] * response[bin];
+          }
+        };
+        add(newest->mix[ear]);
+        if (part == 0) {
+          add(newest->clean[ear]);
         }
       }
     }
-    const StereoSpectrum& clean = (*parts)[0].spectrum;
-    measure_bands(layout, clean, clean_bands);
-    measure_bands(layout, *mix, mix_bands);
+    measure_bands(layout, newest->mix, mix_bands);
     noise_features->Process(mix_bands, out);
     features = std::copy(out.begin(), out.end(), features);
+    const auto& [clean, mix] = *leaving;
+    measure_bands(layout, clean, clean_bands);
+    measure_bands(layout, mix, mix_bands);
     for (size_t band = 0; band < kNetworkBands; ++band) {
       targets[band] = clean_bands.energy[0][band] + clean_bands.energy[1][band];
       targets[kNetworkBands + band] = mix_bands.energy[0][band] + mix_bands.energy[1][band];
       float common = 0.0f;
       for (size_t ear = 0; ear < kEars; ++ear) {
         const Spectrum& c = clean[ear];
-        const Spectrum& m = (*mix)[ear];
+        const Spectrum& m = mix[ear];
         for (size_t bin = layout.edge[band]; bin < layout.edge[band + 1]; ++bin) {
           common += c.re[bin] * m.re[bin] + c.im[bin] * m.im[bin];
         }
@@ -146,7 +160,7 @@ void capture_mixture(const float* voice, const float* voice_response, const floa
       targets[5 * kNetworkBands + band] = mix_bands.cross_re[band];
       targets[6 * kNetworkBands + band] = mix_bands.cross_im[band];
     }
-    for (const StereoSpectrum* sound : {&clean, static_cast<const StereoSpectrum*>(mix.get())}) {
+    for (const StereoSpectrum* sound : {&clean, &mix}) {
       for (const Spectrum& ear : *sound) {
         spectra = std::copy_n(ear.re.begin(), kHeardBins, spectra);
         spectra = std::copy_n(ear.im.begin(), kHeardBins, spectra);
@@ -155,7 +169,8 @@ void capture_mixture(const float* voice, const float* voice_response, const floa
   }
 }
 
-// Both ears times given gains[blocks][kNetworkBands], in place. Output comes 512 samples late.
+// Both ears times given gains[blocks][kNetworkBands], each of the frame before the one that ends with its block, in place.
+// Output comes 960 samples late.
 void capture_apply_gains(float* left, float* right, size_t blocks, const float* gains) {
   auto analysis = std::make_unique<Analysis>();
   float bin_gains[kBins];
@@ -164,8 +179,8 @@ void capture_apply_gains(float* left, float* right, size_t blocks, const float* 
     float* r = right + block * kBlockFrames;
     analysis->Next(l, r);
     spread_band_gains(band_layout(kSampleRateHz), gains, bin_gains);
-    apply_bin_gains(bin_gains, analysis->spectrum);
-    analysis->stft.Synthesise(analysis->spectrum, l, r, analysis->scratch);
+    apply_bin_gains(bin_gains, analysis->stft.leaving());
+    analysis->stft.Synthesise(l, r, analysis->scratch);
   }
 }
 }

@@ -10,7 +10,8 @@ SOURCES = [os.path.join(native.HERE, "capture_blocks.cpp")] + [
     os.path.join(native.CAPTURE, name + ".cpp") for name in ("transform", "band_layout", "noise_features")]
 BLOCK = 512
 BINS = BLOCK + 1
-LATENCY = 512  # of apply_gains
+OVERLAP = 448  # of frames
+LATENCY = BLOCK + OVERLAP  # of apply_gains
 
 _lib = native.library("capture_blocks", SOURCES, ["-fno-math-errno", "-fno-trapping-math"])
 BANDS = _lib.capture_band_count()
@@ -58,8 +59,8 @@ def spread():
 
 
 def mixture(voice, noise, own, responses):
-    """(2, samples) each, and their responses (3, 2, BINS) -> features (blocks, FEATURES) of the mixture and its targets
-    (blocks, TARGETS, BANDS): energy of the voice, energy of the mixture, and what is common to both; what is common to
+    """(2, samples) each, and their responses (3, 2, BINS) -> features (blocks, FEATURES) of the mixture and the targets
+    (blocks, TARGETS, BANDS) of the frame one block before each, which the gains are for: energy of the voice, energy of the mixture, and what is common to both; what is common to
     the ears, real and imaginary part, of the voice and of the mixture. Then the spectra (blocks, 2, 2, 2, HEARD_BINS) of
     the voice and of the mixture at each ear, real and imaginary part."""
     parts = [np.ascontiguousarray(x, np.float32) for x in (voice, noise, own)]
@@ -74,14 +75,15 @@ def mixture(voice, noise, own, responses):
 
 
 def band_energies(x):
-    """(2, samples) -> (blocks, BANDS), over both ears."""
+    """(2, samples) -> (blocks, BANDS), over both ears, of the frames that apply_gains() takes."""
     nothing = np.zeros_like(x)
     return mixture(x, nothing, nothing, np.ones((3, 2, BINS)))[1][:, 0]
 
 
 def apply_gains(mix, gains):
-    """(2, samples) times gains (blocks, BANDS) between transform and inverse, the latency removed."""
-    padded = np.ascontiguousarray(np.pad(mix, ((0, 0), (0, 2 * BLOCK - mix.shape[1] % BLOCK))).astype(np.float32))
+    """(2, samples) times gains (blocks, BANDS), each of the frame one block before, between transform and inverse, the
+    latency removed."""
+    padded = np.ascontiguousarray(np.pad(mix, ((0, 0), (0, 3 * BLOCK - mix.shape[1] % BLOCK))).astype(np.float32))
     blocks = padded.shape[1] // BLOCK
     gains = np.ascontiguousarray(np.pad(gains, ((0, blocks - len(gains)), (0, 0)), mode="edge").astype(np.float32))
     _lib.capture_apply_gains(_pointer(padded[0]), _pointer(padded[1]), ctypes.c_size_t(blocks), _pointer(gains))

@@ -14,21 +14,18 @@
 
 namespace bcap {
 
-// What begins modes 0 and 1: hpf, then pregain with its limiter. Latency: the limiter's look-ahead.
-template <size_t kLookAheadSamples>
+// What begins modes 0 and 1: hpf, then the gain of pregain. Latency 0.
 class FrontEnd {
  public:
   void Prepare(uint32_t sample_rate_hz);
   void Reset();
   void Process(StereoBlock block, const Parameters& parameters, bool snap);
   float gain() const { return gain_.target(); }
-  float limiter_gain() const { return limiter_.gain(); }
 
  private:
   HighPass high_pass_;
   Ramp wet_;
   Ramp gain_;
-  PeakLimiter<kLookAheadSamples> limiter_;
 };
 
 // selfie_mode: left and right change places, faded over one block. Latency 0.
@@ -40,7 +37,9 @@ class Mirror {
   Ramp exchanged_;
 };
 
-// Mode 0. Latency 1024: two limiters of 256 each and the overlap of the spectral stage.
+// Mode 0. Latency 1024: that of the spectral stage, and the look-ahead of the limiter at the end. The limiter of pregain
+// hears what enters the spectral stage and acts on the same samples when they leave it, so that both look ahead at the
+// price of one.
 class OnePass {
  public:
   void Prepare(uint32_t sample_rate_hz);
@@ -50,11 +49,12 @@ class OnePass {
   BlockReport report() const;
 
  private:
-  FrontEnd<256> front_end_;
+  FrontEnd front_end_;
+  LimiterAround<448, SpectralStage::kLatency> first_limiter_;
   SpectralStage spectral_stage_;
   EarBalance ear_balance_;
   MakeUpGain make_up_gain_;
-  PeakLimiter<256> limiter_;
+  PeakLimiter<1024 - SpectralStage::kLatency> last_limiter_;
   Mirror mirror_;
 };
 
@@ -67,7 +67,8 @@ class PreProcessing {
   BlockReport report() const;
 
  private:
-  FrontEnd<448> front_end_;
+  FrontEnd front_end_;
+  PeakLimiter<448> limiter_;
   Mirror mirror_;
 };
 

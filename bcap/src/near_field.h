@@ -8,7 +8,7 @@
 //  - the own voice comes down by most of its distance to the scene; bands where it does not stand out, and
 //    bands at the floor of the tuning, stay as they are. One gain per band for both ears.
 // Someone else who talks straight ahead from nearer than the tuning allows is taken for the wearer.
-// On the spectrum of both ears, once per block; latency 0.
+// On the spectrum of both ears, once per block; hears the frame after the one it acts on.
 #pragma once
 
 #include <array>
@@ -25,8 +25,8 @@ class NearField {
   void Configure(const Parameters& parameters);
   // Amount 0, or every band at the floor: all gains stay 1.
   bool idle() const { return amount_ == 0.0f || threshold_sum_ == 0.0f; }
-  // bands: what arrived, times the power factor `scale` (of the gain before); gains: one factor per band,
-  // multiplied into. Real time.
+  // bands: of the newest frame, as it arrived, times the power factor `scale` (of the gain before); gains: of the frame
+  // before, one factor per band, multiplied into. Real time.
   void Process(const BandSpectra& bands, float scale, float* gains);
   // Attenuation of the own voice in the last block, dB, 0 or more.
   float attenuation_db() const { return attenuation_db_; }

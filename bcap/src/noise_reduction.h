@@ -2,7 +2,8 @@
 // both ears, so that no sound changes its direction. Features of both ears go through a small recurrent
 // network; its gains fall further while there is no voice at all, never fall below a floor, which keeps the
 // ambience alive, and are scaled by the amount.
-// Called by the one-pass chain, once per block, on the capture thread. No latency of its own.
+// Called by the one-pass chain, once per block, on the capture thread. Its gains are for the frame before the one it
+// hears: the network is trained for that, and knows by then whether a sound is the beginning of a word.
 #pragma once
 
 #include <array>
@@ -20,7 +21,7 @@ namespace bcap {
 // The network is trained with this behind it, so that it keeps the mean up where a voice is.
 inline constexpr size_t kVoiceFrom = 4;
 inline constexpr size_t kVoiceTo = 52;
-inline constexpr float kVoicePresent = 0.31f;
+inline constexpr float kVoicePresent = 0.345f;
 inline constexpr float kVoiceRise = 0.5f;
 inline constexpr float kVoiceFall = 0.08f;
 inline constexpr float kNoVoiceGain = 0.03f;
@@ -30,7 +31,7 @@ class NoiseReduction {
   void Prepare(uint32_t sample_rate_hz);  // 48000 or 44100; then Reset()
   void Reset();
   // amount: 0 (all gains 1) to 1 (full), monotone between; may change from block to block.
-  // gains: one per band of the layout, 0 < gain <= 1.
+  // bands: of the newest frame. gains: of the frame before, one per band of the layout, 0 < gain <= 1.
   void Process(const BandSpectra& bands, float amount, float* gains);
 
  private:

@@ -23,8 +23,8 @@ float group_peak(StereoBlock block, size_t first, size_t count) {
 
 }  // namespace
 
-template <size_t kLookAheadSamples>
-void PeakLimiter<kLookAheadSamples>::Prepare(uint32_t sample_rate_hz) {
+template <size_t kLookAheadSamples, size_t kLatencySamples>
+void LimiterAround<kLookAheadSamples, kLatencySamples>::Prepare(uint32_t sample_rate_hz) {
   release_ = std::exp(-static_cast<float>(kGroupSamples) /
                       (kReleaseSeconds * static_cast<float>(sample_rate_hz)));
   double sum = 0.0;
@@ -40,38 +40,25 @@ void PeakLimiter<kLookAheadSamples>::Prepare(uint32_t sample_rate_hz) {
   Reset();
 }
 
-template <size_t kLookAheadSamples>
-void PeakLimiter<kLookAheadSamples>::Reset() {
-  delayed_ = {};
+template <size_t kLookAheadSamples, size_t kLatencySamples>
+void LimiterAround<kLookAheadSamples, kLatencySamples>::Reset() {
+  last_samples_ = {};
   needed_.fill(1.0f);
   released_.fill(1.0f);
+  smooth_.fill(1.0f);
   gain_ = 1.0f;
 }
 
-template <size_t kLookAheadSamples>
-void PeakLimiter<kLookAheadSamples>::Delay(StereoBlock block) {
-  for (size_t ear = 0; ear < kEars; ++ear) {
-    float* samples = block.ear(ear);
-    auto& delayed = delayed_[ear];
-    std::array<float, kLookAheadSamples> newest;
-    std::copy_n(samples + kBlockFrames - kLookAheadSamples, kLookAheadSamples, newest.begin());
-    std::copy_backward(samples, samples + kBlockFrames - kLookAheadSamples, samples + kBlockFrames);
-    std::copy_n(delayed.begin(), kLookAheadSamples, samples);
-    std::copy_n(newest.begin(), kLookAheadSamples, delayed.begin());
-  }
-}
-
-template <size_t kLookAheadSamples>
-void PeakLimiter<kLookAheadSamples>::PeaksBetween(
+template <size_t kLookAheadSamples, size_t kLatencySamples>
+void LimiterAround<kLookAheadSamples, kLatencySamples>::PeaksBetween(
     StereoBlock block, std::array<float, kBlockGroups + 1>& largest) const {
   // sinc(t) sinc(t / 4) at t = 1/2, 3/2, 5/2, 7/2 (C. Duchon, "Lanczos filtering in one and two dimensions",
   // 1979), scaled for a gain of 1 at 0 Hz.
   constexpr std::array<float, 4> kTaps{0.618877f, -0.166011f, 0.059764f, -0.012630f};
-  constexpr size_t kBefore = 7;  // what is midway needs four samples on either side
   std::array<float, kBlockFrames> between{};
   for (size_t ear = 0; ear < kEars; ++ear) {
     std::array<float, kBefore + kBlockFrames> samples;
-    std::copy_n(delayed_[ear].end() - kBefore, kBefore, samples.begin());
+    std::copy_n(last_samples_[ear].begin(), kBefore, samples.begin());
     std::copy_n(block.ear(ear), kBlockFrames, samples.begin() + kBefore);
     for (size_t n = 0; n < kBlockFrames; ++n) {
       float midway = 0.0f;
@@ -89,14 +76,16 @@ void PeakLimiter<kLookAheadSamples>::PeaksBetween(
   }
 }
 
-template <size_t kLookAheadSamples>
-void PeakLimiter<kLookAheadSamples>::Process(StereoBlock block, float peak, bool true_peak) {
+template <size_t kLookAheadSamples, size_t kLatencySamples>
+void LimiterAround<kLookAheadSamples, kLatencySamples>::Hear(StereoBlock block, float peak,
+                                                             bool true_peak) {
   // The first two: the past first, then one gain per group of this block.
   std::array<float, kGroups + kBlockGroups> needed;
   std::array<float, kGroups + kBlockGroups> released;
   std::array<float, kBlockGroups> wanted;
-  std::array<float, kBlockGroups> smooth{};
+  float* smooth = smooth_.data() + kWaiting;
 
+  std::copy(smooth_.begin() + kBlockGroups, smooth_.end(), smooth_.begin());
   std::copy_n(needed_.begin(), kGroups, needed.begin());
   for (size_t group = 0; group < kBlockGroups; ++group) {
     const float largest = group_peak(block, group * kGroupSamples, kGroupSamples);
@@ -112,11 +101,14 @@ void PeakLimiter<kLookAheadSamples>::Process(StereoBlock block, float peak, bool
       need = largest[group] > peak ? std::min(need, peak / largest[group]) : need;
     }
   }
+  for (size_t ear = 0; ear < kEars; ++ear) {
+    std::copy_n(block.ear(ear) + kBlockFrames - kBefore, kBefore, last_samples_[ear].begin());
+  }
   std::copy_n(needed.begin() + kBlockGroups, kGroups, needed_.begin());
-  Delay(block);
   const auto is_one = [](float gain) { return gain == 1.0f; };
-  if (gain_ == 1.0f && std::all_of(needed.begin(), needed.end(), is_one) &&
+  if (std::all_of(needed.begin(), needed.end(), is_one) &&
       std::all_of(released_.begin(), released_.end(), is_one)) {
+    std::fill_n(smooth, kBlockGroups, 1.0f);
     return;  // at rest
   }
 
@@ -138,15 +130,23 @@ void PeakLimiter<kLookAheadSamples>::Process(StereoBlock block, float peak, bool
   }
   std::copy_n(released.begin() + kBlockGroups, past, released_.begin());
 
+  std::array<float, kBlockGroups> sum{};
   for (size_t k = 0; k < kGroups; ++k) {
     for (size_t group = 0; group < kBlockGroups; ++group) {
-      smooth[group] += window_[k] * released[group + k];
+      sum[group] += window_[k] * released[group + k];
     }
   }
   for (size_t group = 0; group < kBlockGroups; ++group) {
-    const float from = gain_;
     // The average of ones is 1 but for rounding; set exactly, so that a limiter at rest changes no bit.
-    gain_ = smooth[group] < 1.0f - 1e-6f ? smooth[group] : 1.0f;
+    smooth[group] = sum[group] < 1.0f - 1e-6f ? sum[group] : 1.0f;
+  }
+}
+
+template <size_t kLookAheadSamples, size_t kLatencySamples>
+void LimiterAround<kLookAheadSamples, kLatencySamples>::Apply(StereoBlock block) {
+  for (size_t group = 0; group < kBlockGroups; ++group) {
+    const float from = gain_;
+    gain_ = smooth_[group];
     if (from == 1.0f && gain_ == 1.0f) {
       continue;
     }
@@ -159,7 +159,35 @@ void PeakLimiter<kLookAheadSamples>::Process(StereoBlock block, float peak, bool
   }
 }
 
-template class PeakLimiter<256>;
+template <size_t kLookAheadSamples>
+void PeakLimiter<kLookAheadSamples>::Prepare(uint32_t sample_rate_hz) {
+  limiter_.Prepare(sample_rate_hz);
+  Reset();
+}
+
+template <size_t kLookAheadSamples>
+void PeakLimiter<kLookAheadSamples>::Reset() {
+  limiter_.Reset();
+  delayed_ = {};
+}
+
+template <size_t kLookAheadSamples>
+void PeakLimiter<kLookAheadSamples>::Process(StereoBlock block, float peak, bool true_peak) {
+  limiter_.Hear(block, peak, true_peak);
+  for (size_t ear = 0; ear < kEars; ++ear) {
+    float* samples = block.ear(ear);
+    auto& delayed = delayed_[ear];
+    std::array<float, kLookAheadSamples> newest;
+    std::copy_n(samples + kBlockFrames - kLookAheadSamples, kLookAheadSamples, newest.begin());
+    std::copy_backward(samples, samples + kBlockFrames - kLookAheadSamples, samples + kBlockFrames);
+    std::copy_n(delayed.begin(), kLookAheadSamples, samples);
+    std::copy_n(newest.begin(), kLookAheadSamples, delayed.begin());
+  }
+  limiter_.Apply(block);
+}
+
+template class LimiterAround<448, 960>;
+template class PeakLimiter<64>;
 template class PeakLimiter<448>;
 
 }  // namespace bcap

@@ -47,12 +47,12 @@ void SpectralStage::Process(StereoBlock block, float pregain, Scratch& scratch) 
     stft_.PassThrough(block.left, block.right);
     return;
   }
-  stft_.Analyse(block.left, block.right, scratch.spectrum, scratch.transform);
+  stft_.Analyse(block.left, block.right, scratch.transform);
   auto& [bands, band_gains, bin_gains] = scratch.between;
   float* gains = band_gains.data();
   band_gains.fill(1.0f);
   if (noise_amount_ > 0.0f || !near_field_.idle()) {
-    measure_bands(*layout_, scratch.spectrum, bands);
+    measure_bands(*layout_, stft_.newest(), bands);
   }
   if (noise_amount_ > 0.0f) {
     noise_reduction_.Process(bands, noise_amount_, gains);
@@ -70,8 +70,8 @@ void SpectralStage::Process(StereoBlock block, float pregain, Scratch& scratch) 
     gains[band] *= equalizer_.gains()[band];
   }
   spread_band_gains(*layout_, gains, bin_gains.data());
-  apply_bin_gains(bin_gains.data(), scratch.spectrum);
-  stft_.Synthesise(scratch.spectrum, block.left, block.right, scratch.transform);
+  apply_bin_gains(bin_gains.data(), stft_.leaving());
+  stft_.Synthesise(block.left, block.right, scratch.transform);
 }
 
 }  // namespace bcap

@@ -1,6 +1,7 @@
 // rnn, rmx, nfm and peq: everything that is one real gain per band, common to both ears, on one spectrum. With
 // nothing to do it passes the sound through without a transform, bit for bit.
-// Scale [-1, 1) float; latency 512 samples.
+// What happens to a frame is decided when the next one has been heard: beginnings of words are let through in time.
+// Scale [-1, 1) float; latency 960 samples.
 #pragma once
 
 #include <array>
@@ -30,11 +31,12 @@ struct alignas(16) Scratch {
     TransformScratch transform;
     BandScratch between;
   };
-  StereoSpectrum spectrum;
 };
 
 class SpectralStage {
  public:
+  static constexpr size_t kLatency = StereoStft::kLatency;
+
   void Prepare(uint32_t sample_rate_hz);  // then Reset()
   void Reset();
   void Configure(const Parameters& parameters, const ChangeFlags& changed);

@@ -1,6 +1,8 @@
 // Short-time spectra of both ears; see transform.h. Real time: no allocation, lock, log, wait or file.
 #include "transform.h"
 
+#include <algorithm>
+
 #include "constexpr_math.h"
 
 namespace bcap {
@@ -46,19 +48,35 @@ constexpr HalfSteps make_half_steps() {
   return t;
 }
 
-// Square root of the Hann window; shifted by half a sample it is symmetric and its squares, one block
-// apart, add up to exactly 1.
-constexpr std::array<float, kFrameSamples> make_window() {
-  std::array<float, kFrameSamples> w{};
-  for (size_t n = 0; n < kFrameSamples; ++n) {
-    w[n] = static_cast<float>(constexpr_sine(kPi * (static_cast<double>(n) + 0.5) / kFrameSamples));
+// A slope of the window at even samples and at odd ones, as the complex transform takes them.
+struct Slope {
+  std::array<float, kOverlap / 2> even{};
+  std::array<float, kOverlap / 2> odd{};
+};
+
+// Shifted by half a sample the rising and the falling slope are symmetric, so that their squares add up to exactly 1.
+constexpr Slope make_slope(bool rising, float scale) {
+  Slope slope;
+  for (size_t n = 0; n < kOverlap; ++n) {
+    const double at = static_cast<double>(rising ? n : kOverlap - 1 - n) + 0.5;
+    const auto value =
+        scale * static_cast<float>(constexpr_sine(0.5 * kPi * at / static_cast<double>(kOverlap)));
+    (n % 2 == 0 ? slope.even : slope.odd)[n / 2] = value;
   }
-  return w;
+  return slope;
 }
 
 constexpr Twiddles kTwiddles = make_twiddles();
 constexpr HalfSteps kHalfSteps = make_half_steps();
-constexpr std::array<float, kFrameSamples> kWindow = make_window();
+constexpr float kInverseScale = 1.0f / kFrameSamples;
+constexpr Slope kRising = make_slope(true, 1.0f);
+constexpr Slope kFalling = make_slope(false, 1.0f);
+constexpr Slope kRisingBack = make_slope(true, kInverseScale);
+constexpr Slope kFallingBack = make_slope(false, kInverseScale);
+// Where among the even or the odd samples of a frame: rising slope, ones, falling slope.
+constexpr size_t kRise = (kBlockFrames - kOverlap) / 2;
+constexpr size_t kOnes = kBlockFrames / 2;
+constexpr size_t kFall = kOnes + kRise;
 
 // One self-sorting radix-4 pass over transforms of `kLength` points, `kPoints / kLength` of them
 // interleaved. With real and imaginary parts exchanged on both sides it is the inverse pass.
@@ -159,19 +177,38 @@ void merge(const Spectrum& in, TransformScratch& z) {
   z_im[0] = in_re[0] - in_re[kPoints];
 }
 
-// Interleaved samples, already windowed, in spectrum.re / im -> spectrum.
-void transform_in_place(Spectrum& spectrum, TransformScratch& scratch) {
+// Even samples, already windowed, in spectrum.re and odd ones in spectrum.im -> spectrum. Never inlined, for with relaxed arithmetic
+// two copies may round differently, and both ears are to go through the same one; likewise its inverse.
+[[gnu::noinline]] void transform_in_place(Spectrum& spectrum, TransformScratch& scratch) {
   complex_transform(spectrum.re.data(), spectrum.im.data(), scratch.re.data(), scratch.im.data());
   split(scratch, spectrum);
 }
 
 // Spectrum -> even samples in spectrum.re, odd samples in spectrum.im, both times kFrameSamples.
-void invert_in_place(Spectrum& spectrum, TransformScratch& scratch) {
+[[gnu::noinline]] void invert_in_place(Spectrum& spectrum, TransformScratch& scratch) {
   merge(spectrum, scratch);
   complex_transform(scratch.im.data(), scratch.re.data(), spectrum.im.data(), spectrum.re.data());
 }
 
-constexpr float kInverseScale = 1.0f / kFrameSamples;
+// before: the kOverlap samples before the block.
+void window_frame(const float* __restrict before, const float* __restrict block, Spectrum& out) {
+  float* __restrict even = out.re.data();
+  float* __restrict odd = out.im.data();
+  std::fill_n(even, kRise, 0.0f);
+  std::fill_n(odd, kRise, 0.0f);
+  for (size_t n = 0; n < kOverlap / 2; ++n) {
+    even[kRise + n] = kRising.even[n] * before[2 * n];
+    odd[kRise + n] = kRising.odd[n] * before[2 * n + 1];
+  }
+  for (size_t n = 0; n < kRise; ++n) {
+    even[kOnes + n] = block[2 * n];
+    odd[kOnes + n] = block[2 * n + 1];
+  }
+  for (size_t n = 0; n < kOverlap / 2; ++n) {
+    even[kFall + n] = kFalling.even[n] * block[2 * (kRise + n)];
+    odd[kFall + n] = kFalling.odd[n] * block[2 * (kRise + n) + 1];
+  }
+}
 
 }  // namespace
 
@@ -193,49 +230,61 @@ void inverse_real_transform(Spectrum& spectrum, float* frame, TransformScratch& 
 
 void StereoStft::Reset() {
   ears_ = {};
-  overlap_untouched_ = true;
+  running_ = false;
 }
 
-void StereoStft::Analyse(const float* left, const float* right, StereoSpectrum& spectrum,
-                         TransformScratch& scratch) {
+void StereoStft::Remember(Ear& ear, const float* block) {
+  auto& history = ear.history;
+  std::copy(history.begin() + kBlockFrames, history.end(), history.begin());
+  std::copy_n(block, kBlockFrames, history.begin() + kOverlap);
+}
+
+void StereoStft::Analyse(const float* left, const float* right, TransformScratch& scratch) {
+  newest_ = 1 - newest_;
   const std::array<const float*, kEars> blocks{left, right};
   for (size_t ear = 0; ear < kEars; ++ear) {
-    const float* block = blocks[ear];
-    auto& last_block = ears_[ear].last_block;
-    Spectrum& out = spectrum[ear];
-    constexpr size_t kHalf = kBlockFrames / 2;
-    for (size_t n = 0; n < kHalf; ++n) {
-      out.re[n] = kWindow[2 * n] * last_block[2 * n];
-      out.im[n] = kWindow[2 * n + 1] * last_block[2 * n + 1];
-      out.re[n + kHalf] = kWindow[kBlockFrames + 2 * n] * block[2 * n];
-      out.im[n + kHalf] = kWindow[kBlockFrames + 2 * n + 1] * block[2 * n + 1];
+    auto& [history, overlap_even, overlap_odd] = ears_[ear];
+    if (!running_) {
+      for (size_t n = 0; n < kOverlap / 2; ++n) {
+        overlap_even[n] = kFalling.even[n] * kFalling.even[n] * history[2 * n];
+        overlap_odd[n] = kFalling.odd[n] * kFalling.odd[n] * history[2 * n + 1];
+      }
+      window_frame(history.data(), history.data() + kOverlap, leaving()[ear]);
     }
-    for (size_t n = 0; n < kBlockFrames; ++n) {
-      last_block[n] = block[n];
+    window_frame(history.data() + kBlockFrames, blocks[ear], spectra_[newest_][ear]);
+    Remember(ears_[ear], blocks[ear]);
+  }
+  for (size_t ear = 0; ear < kEars; ++ear) {
+    if (!running_) {
+      transform_in_place(leaving()[ear], scratch);
     }
+    transform_in_place(spectra_[newest_][ear], scratch);
   }
-  for (Spectrum& ear : spectrum) {
-    transform_in_place(ear, scratch);
-  }
+  running_ = true;
 }
 
-void StereoStft::Synthesise(StereoSpectrum& spectrum, float* left, float* right,
-                            TransformScratch& scratch) {
-  overlap_untouched_ = false;
-  for (Spectrum& ear : spectrum) {
+void StereoStft::Synthesise(float* left, float* right, TransformScratch& scratch) {
+  for (Spectrum& ear : leaving()) {
     invert_in_place(ear, scratch);
   }
   const std::array<float*, kEars> blocks{left, right};
   for (size_t ear = 0; ear < kEars; ++ear) {
-    float* block = blocks[ear];
-    auto& overlap = ears_[ear].overlap;
-    const Spectrum& in = spectrum[ear];
-    constexpr size_t kHalf = kBlockFrames / 2;
-    for (size_t n = 0; n < kHalf; ++n) {
-      block[2 * n] = overlap[2 * n] + kInverseScale * kWindow[2 * n] * in.re[n];
-      block[2 * n + 1] = overlap[2 * n + 1] + kInverseScale * kWindow[2 * n + 1] * in.im[n];
-      overlap[2 * n] = kInverseScale * kWindow[kBlockFrames + 2 * n] * in.re[n + kHalf];
-      overlap[2 * n + 1] = kInverseScale * kWindow[kBlockFrames + 2 * n + 1] * in.im[n + kHalf];
+    float* __restrict block = blocks[ear];
+    float* __restrict overlap_even = ears_[ear].overlap_even.data();
+    float* __restrict overlap_odd = ears_[ear].overlap_odd.data();
+    const float* __restrict even = leaving()[ear].re.data();
+    const float* __restrict odd = leaving()[ear].im.data();
+    for (size_t n = 0; n < kOverlap / 2; ++n) {
+      block[2 * n] = overlap_even[n] + kRisingBack.even[n] * even[kRise + n];
+      block[2 * n + 1] = overlap_odd[n] + kRisingBack.odd[n] * odd[kRise + n];
+    }
+    for (size_t n = 0; n < kRise; ++n) {
+      block[kOverlap + 2 * n] = kInverseScale * even[kOnes + n];
+      block[kOverlap + 2 * n + 1] = kInverseScale * odd[kOnes + n];
+    }
+    for (size_t n = 0; n < kOverlap / 2; ++n) {
+      overlap_even[n] = kFallingBack.even[n] * even[kFall + n];
+      overlap_odd[n] = kFallingBack.odd[n] * odd[kFall + n];
     }
   }
 }
@@ -243,17 +292,19 @@ void StereoStft::Synthesise(StereoSpectrum& spectrum, float* left, float* right,
 void StereoStft::PassThrough(float* left, float* right) {
   const std::array<float*, kEars> blocks{left, right};
   for (size_t ear = 0; ear < kEars; ++ear) {
-    float* block = blocks[ear];
-    auto& [last_block, overlap] = ears_[ear];
-    for (size_t n = 0; n < kBlockFrames; ++n) {
-      const float newest = block[n];
-      const float rising = kWindow[n] * kWindow[n];
-      block[n] = overlap_untouched_ ? last_block[n] : overlap[n] + rising * last_block[n];
-      last_block[n] = newest;
-      overlap[n] = kWindow[kBlockFrames + n] * kWindow[kBlockFrames + n] * newest;
+    auto& [history, overlap_even, overlap_odd] = ears_[ear];
+    std::array<float, kBlockFrames> leaving;
+    std::copy_n(history.begin(), kBlockFrames, leaving.begin());
+    for (size_t n = 0; n < kOverlap / 2 && running_; ++n) {
+      float& even = leaving[2 * n];
+      float& odd = leaving[2 * n + 1];
+      even = overlap_even[n] + kRising.even[n] * kRising.even[n] * even;
+      odd = overlap_odd[n] + kRising.odd[n] * kRising.odd[n] * odd;
     }
+    Remember(ears_[ear], blocks[ear]);
+    std::copy_n(leaving.begin(), kBlockFrames, blocks[ear]);
   }
-  overlap_untouched_ = true;
+  running_ = false;
 }
 
 }  // namespace bcap

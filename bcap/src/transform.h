@@ -8,8 +8,9 @@
 // ears give exchanged results.
 //
 // Scale: samples are [-1, 1); a spectrum is the plain sum over the windowed frame. A bin at k stands for
-// k * sample rate / 1024 Hz. Windows: the square root of a Hann window before and after, so that an
-// untouched spectrum comes back as its input, 512 samples later.
+// k * sample rate / 1024 Hz. Windows, the same before and after: 64 zeros, a rising slope of 448, 64 ones, a
+// falling slope of 448. The slopes are square roots of a Hann window's, so that an untouched spectrum comes back as
+// its input; that they are shorter than a block leaves time for the look-ahead of the limiter at the end.
 #pragma once
 
 #include <array>
@@ -21,6 +22,7 @@ constexpr size_t kBlockFrames = 512;
 constexpr size_t kEars = 2;
 constexpr size_t kFrameSamples = 2 * kBlockFrames;
 constexpr size_t kBins = kFrameSamples / 2 + 1;  // 0 Hz to half the sample rate, both included
+constexpr size_t kOverlap = 448;                 // samples that two frames have in common
 
 // Bins past kBins are padding: their value means nothing.
 struct alignas(16) Spectrum {
@@ -42,27 +44,38 @@ void forward_real_transform(const float* frame, Spectrum& spectrum, TransformScr
 // The exact inverse; the imaginary parts of the first and the last bin are ignored. Destroys `spectrum`.
 void inverse_real_transform(Spectrum& spectrum, float* frame, TransformScratch& scratch);
 
-// One block in, the spectrum of it and its predecessor out; a spectrum in, one block out.
-// Latency from Analyse to Synthesise: kBlockFrames samples beside the block itself. `scratch` may be the memory
-// of the samples: they are read before and written after it is used.
+// One block in, the spectrum of the frame that ends with it; the spectrum of the frame before it back to time, so
+// that whoever decides what becomes of a frame has heard the next one.
+// Latency: kLatency samples, from a block that Analyse takes to the one that Synthesise gives. `scratch` may be the
+// memory of the samples: they are read before and written after it is used.
 class StereoStft {
  public:
+  static constexpr size_t kLatency = kBlockFrames + kOverlap;
+
   void Reset();
-  void Analyse(const float* left, const float* right, StereoSpectrum& spectrum,
-               TransformScratch& scratch);
-  // Destroys `spectrum`.
-  void Synthesise(StereoSpectrum& spectrum, float* left, float* right, TransformScratch& scratch);
-  // In place of both: what they do to an untouched spectrum, without a transform. From the second call in
+  void Analyse(const float* left, const float* right, TransformScratch& scratch);
+  // Of the frame that ends with the last block, and of the frame one block before: after Analyse, until Synthesise.
+  const StereoSpectrum& newest() const { return spectra_[newest_]; }
+  StereoSpectrum& leaving() { return spectra_[1 - newest_]; }
+  // Destroys leaving().
+  void Synthesise(float* left, float* right, TransformScratch& scratch);
+  // In place of both: what they do to untouched spectra, without a transform. From the second call in
   // a row on bit for bit, and with no seam to Analyse and Synthesise before or after.
   void PassThrough(float* left, float* right);
 
  private:
   struct Ear {
-    std::array<float, kBlockFrames> last_block;
-    std::array<float, kBlockFrames> overlap;
+    std::array<float, kLatency> history;  // the last samples that came in, oldest first
+    // Of the frame that left last, its even and its odd samples; only where running_.
+    std::array<float, kOverlap / 2> overlap_even;
+    std::array<float, kOverlap / 2> overlap_odd;
   };
+  static void Remember(Ear& ear, const float* block);
+
   std::array<Ear, kEars> ears_{};
-  bool overlap_untouched_ = true;
+  std::array<StereoSpectrum, 2> spectra_{};  // where running_: of the last two frames
+  size_t newest_ = 0;
+  bool running_ = false;  // the last block went through the transform
 };
 
 }  // namespace bcap

@@ -60,7 +60,6 @@ Stereo voice(double seconds, double from_s, double level) {
 void for_each_block(const Stereo& sound,
                     const std::function<void(size_t, const BandSpectra&)>& call) {
   StereoStft stft;
-  StereoSpectrum spectrum;
   TransformScratch scratch;
   BandSpectra bands;
   for (size_t block = 0; block < sound.frames() / kBlock; ++block) {
@@ -69,13 +68,13 @@ void for_each_block(const Stereo& sound,
       left[n] = sound.left[block * kBlock + n] / 32768.0f;
       right[n] = sound.right[block * kBlock + n] / 32768.0f;
     }
-    stft.Analyse(left, right, spectrum, scratch);
-    measure_bands(band_layout(48000), spectrum, bands);
+    stft.Analyse(left, right, scratch);
+    measure_bands(band_layout(48000), stft.newest(), bands);
     call(block, bands);
   }
 }
 
-// Gains of every block.
+// Of every block the gains, which are for the frame before the one that ends there.
 std::vector<Gains> hear(const Stereo& sound) {
   NoiseReduction reduction;
   reduction.Prepare(48000);
@@ -91,10 +90,10 @@ std::vector<Gains> hear(const Stereo& sound) {
 double change_db(const Stereo& sound, const std::vector<Gains>& gains) {
   double before = 0.0, after = 0.0;
   for_each_block(sound, [&](size_t block, const BandSpectra& bands) {
-    for (size_t band = 0; block >= 94 && band < 73; ++band) {
+    for (size_t band = 0; block >= 94 && block + 1 < gains.size() && band < 73; ++band) {
       const double energy = bands.energy[0][band] + bands.energy[1][band];
       before += energy;
-      after += energy * gains[block][band] * gains[block][band];
+      after += energy * gains[block + 1][band] * gains[block + 1][band];
     }
   });
   return 10.0 * std::log10(after / before);
@@ -115,8 +114,8 @@ std::vector<double> features_of(const Stereo& sound, NoiseFeatures& listener) {
 
 // Made by training/export.py from the network before its weights were rounded to 8 bits.
 TEST(NoiseNetworkTest, RoundedWeightsComeToTheTrainedGains) {
-  const float expected[] = {0.426f, 0.203f, 0.186f, 0.342f, 0.441f,
-                            0.458f, 0.875f, 0.565f, 0.18f,  0.017f};
+  const float expected[] = {0.732f, 0.249f, 0.245f, 0.302f, 0.295f,
+                            0.776f, 0.982f, 0.863f, 0.597f, 0.161f};
   NoiseNetwork network;
   NetworkGains gains;
   for (int block = 0; block < 20; ++block) {
@@ -128,7 +127,7 @@ TEST(NoiseNetworkTest, RoundedWeightsComeToTheTrainedGains) {
     network.Process(features, gains);
   }
   for (size_t n = 0; n < std::size(expected); ++n) {
-    EXPECT_NEAR(gains[8 * n], expected[n], 0.035f) << "band " << 8 * n;
+    EXPECT_NEAR(gains[8 * n], expected[n], 0.03f) << "band " << 8 * n;
   }
 }
 
@@ -170,7 +169,7 @@ TEST(NoiseFeaturesTest, AVoiceFromElsewhereStandsOut) {
   EXPECT_GT(other[kAgainstUsual + 2], 0.5);
 }
 
-// A headset is silent before it sends and while it is muted, and the stages before hold the first samples back.
+// A headset is silent before it sends and while it is muted.
 TEST(NoiseFeaturesTest, DigitalSilenceIsNotTakenForTheRoom) {
   const auto above_floor = [](const Stereo& sound) {  // mean of all bands, 12 dB each
     NoiseFeatures listener;
@@ -200,8 +199,10 @@ TEST(NoiseReductionTest, NeitherExchangedEarsNorTheLevelMatter) {
   const Stereo sound = voice(1.5, 0.3, 0.1) + noise(0.02, whole_blocks(1.5));
   const auto gains = hear(sound);
   const auto quiet = hear(voice(1.5, 0.3, 0.005) + noise(0.001, whole_blocks(1.5)));
-  EXPECT_EQ(hear(sound.Swapped()), gains);  // to the bit
+  const auto exchanged = hear(sound.Swapped());
   for (size_t block = 0; block < gains.size(); ++block) {
+    // But for the rounding of sums in another order, which now and then moves an input of 16 bits by a step.
+    EXPECT_THAT(exchanged[block], testing::Pointwise(testing::FloatNear(0.001f), gains[block]));
     EXPECT_THAT(quiet[block], testing::Pointwise(testing::FloatNear(0.06f), gains[block])) << block;
   }
 }
