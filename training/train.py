@@ -109,7 +109,7 @@ class Network(nn.Module):
 
 def fallen(gains, voice=None):
     """gains (batch, blocks, BANDS) of the network -> as they are once those without a voice have fallen, and the voice's
-    presence after the last block; what NoiseReduction::Shape() does, less what it does to all gains alike."""
+    presence after the last block; what NoiseReduction::Shape() does, less the floor."""
     heard = (gains[:, :, VOICE_FROM:VOICE_TO].mean(2) / PRESENT).clamp_max(1) ** 3
     voice = recurrent.Followed.apply(heard.t(), heard.new_ones(len(gains)) if voice is None else voice)
     return gains * (NO_VOICE + (1 - NO_VOICE) * voice.t()[:, :, None]), voice[-1].detach()

@@ -12,10 +12,6 @@ namespace {
 // -28 dB: lower makes pauses dead and lets the remaining noise warble, higher leaves more of it.
 constexpr float kGainFloor = 0.04f;
 
-// The gain with the best ratio of voice to distortion is a little too low for the voice's level; this gives
-// a third of it back, for 0.3 dB of that ratio.
-constexpr float kLift = 1.12f;
-
 const BandLayout& network_layout() {
   return band_layout(48000);
 }
@@ -79,7 +75,7 @@ void NoiseReduction::Shape() {
   const float presence = std::min(mean / kVoicePresent, 1.0f);
   const float rise = presence * presence * presence - voice_;
   voice_ += (rise > 0.0f ? kVoiceRise : kVoiceFall) * rise;
-  const float common = kLift * (kNoVoiceGain + (1.0f - kNoVoiceGain) * voice_);
+  const float common = kNoVoiceGain + (1.0f - kNoVoiceGain) * voice_;
   for (float& gain : network_gains_) {
     gain = std::clamp(gain * common, kGainFloor, 1.0f);
   }
