@@ -33,6 +33,7 @@ struct Analysis {
 struct Mixture {
   StereoSpectrum clean{};
   StereoSpectrum mix{};
+  BandSpectra bands{};  // of the mix
 };
 
 }  // namespace
@@ -44,6 +45,9 @@ int capture_feature_count() {
 }
 int capture_target_count() {
   return static_cast<int>(kTargets);
+}
+int capture_overlap() {
+  return static_cast<int>(kOverlap);
 }
 int capture_heard_bin_count() {
   return static_cast<int>(kHeardBins);
@@ -113,7 +117,6 @@ void capture_mixture(const float* voice, const float* voice_response, const floa
   auto leaving = std::make_unique<Mixture>();
   auto noise_features = std::make_unique<NoiseFeatures>();
   BandSpectra clean_bands;
-  BandSpectra mix_bands;
   NetworkFeatures out{};
   for (size_t block = 0; block < blocks; ++block, targets += kTargets * kNetworkBands) {
     std::swap(newest, leaving);
@@ -137,12 +140,11 @@ void capture_mixture(const float* voice, const float* voice_response, const floa
         }
       }
     }
-    measure_bands(layout, newest->mix, mix_bands);
-    noise_features->Process(mix_bands, out);
+    measure_bands(layout, newest->mix, newest->bands);
+    noise_features->Process(newest->bands, out);
     features = std::copy(out.begin(), out.end(), features);
-    const auto& [clean, mix] = *leaving;
+    const auto& [clean, mix, mix_bands] = *leaving;
     measure_bands(layout, clean, clean_bands);
-    measure_bands(layout, mix, mix_bands);
     for (size_t band = 0; band < kNetworkBands; ++band) {
       targets[band] = clean_bands.energy[0][band] + clean_bands.energy[1][band];
       targets[kNetworkBands + band] = mix_bands.energy[0][band] + mix_bands.energy[1][band];

@@ -10,14 +10,14 @@ SOURCES = [os.path.join(native.HERE, "capture_blocks.cpp")] + [
     os.path.join(native.CAPTURE, name + ".cpp") for name in ("transform", "band_layout", "noise_features")]
 BLOCK = 512
 BINS = BLOCK + 1
-OVERLAP = 448  # of frames
-LATENCY = BLOCK + OVERLAP  # of apply_gains
 
 _lib = native.library("capture_blocks", SOURCES, ["-fno-math-errno", "-fno-trapping-math"])
 BANDS = _lib.capture_band_count()
 FEATURES = _lib.capture_feature_count()
 TARGETS = _lib.capture_target_count()
 HEARD_BINS = _lib.capture_heard_bin_count()
+OVERLAP = _lib.capture_overlap()  # of frames
+LATENCY = BLOCK + OVERLAP  # of apply_gains
 
 
 def _numbers(function, count):
@@ -60,9 +60,10 @@ def spread():
 
 def mixture(voice, noise, own, responses):
     """(2, samples) each, and their responses (3, 2, BINS) -> features (blocks, FEATURES) of the mixture and the targets
-    (blocks, TARGETS, BANDS) of the frame one block before each, which the gains are for: energy of the voice, energy of the mixture, and what is common to both; what is common to
-    the ears, real and imaginary part, of the voice and of the mixture. Then the spectra (blocks, 2, 2, 2, HEARD_BINS) of
-    the voice and of the mixture at each ear, real and imaginary part."""
+    (blocks, TARGETS, BANDS) of the frame one block before each, which the gains are for: energy of the voice, energy of
+    the mixture, and what is common to both; what is common to the ears, real and imaginary part, of the voice and of the
+    mixture. Then the spectra (blocks, 2, 2, 2, HEARD_BINS) of the voice and of the mixture at each ear, real and imaginary
+    part."""
     parts = [np.ascontiguousarray(x, np.float32) for x in (voice, noise, own)]
     responses = np.ascontiguousarray(responses, np.float32)
     samples = parts[0].shape[1]
