@@ -205,7 +205,7 @@ def losses(gain, target, heard, scene):
 
 
 LOSSES = ("distortion", "magnitude", "gain", "level", "1 - STOI", "1 - ESTOI", "pauses", "bursts", "delay")
-WEIGHTS = (0.3, 0.6, 0.3, 0.2, 9.0, 36.0, 2.0, 0.4, 4.0)
+WEIGHTS = (0.2, 0.4, 0.2, 0.25, 10.0, 42.0, 3.0, 0.4, 4.0)
 
 
 def main():

@@ -21,7 +21,7 @@ namespace bcap {
 // The network is trained with this behind it, so that it keeps the mean up where a voice is.
 inline constexpr size_t kVoiceFrom = 4;
 inline constexpr size_t kVoiceTo = 52;
-inline constexpr float kVoicePresent = 0.325f;
+inline constexpr float kVoicePresent = 0.30f;
 inline constexpr float kVoiceRise = 0.5f;
 inline constexpr float kVoiceFall = 0.08f;
 inline constexpr float kNoVoiceGain = 0.03f;
